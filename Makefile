@@ -1,0 +1,56 @@
+# Thin wrapper over CMake for the two everyday commands:
+#   make demo   installs what is missing, builds, runs the example
+#   make test   installs what is missing, builds, runs every test, then
+#               runs the whole suite again under ASan and UBSan
+BUILD      ?= build
+ASAN_BUILD ?= build-asan
+JOBS       ?= $(shell nproc)
+
+# Debian packages the build, the tests and the benchmarks need.
+DEB_PACKAGES = cmake make g++ pkg-config binutils iproute2 util-linux procps \
+               libgtest-dev libgmock-dev libbenchmark-dev libevent-dev libuv1-dev \
+               libadns1-dev
+
+.PHONY: deps configure build demo test test-asan bench install clean
+
+deps:
+	@missing=$$(for p in $(DEB_PACKAGES); do \
+	    dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; \
+	  done); \
+	if [ -n "$$missing" ]; then \
+	  echo "installing:" $$missing; \
+	  SUDO=$$( [ "$$(id -u)" -eq 0 ] || echo sudo ); \
+	  $$SUDO apt-get update -qq && \
+	  DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq --no-install-recommends $$missing; \
+	fi
+
+configure: deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVXU_WERROR=ON
+
+build: configure
+	cmake --build $(BUILD) -j $(JOBS)
+
+demo: build
+	./$(BUILD)/examples/vxu_demo
+
+test: build
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -L unit
+	$(MAKE) test-asan
+
+test-asan: deps
+	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DVXU_WERROR=ON -DVXU_SANITIZE=ON
+	cmake --build $(ASAN_BUILD) -j $(JOBS)
+	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	  ctest --output-on-failure -j $(JOBS) -L unit
+
+bench: deps
+	cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DVXU_BUILD_BENCH=ON -DVXU_BUILD_TESTS=OFF
+	cmake --build $(BUILD)-bench -j $(JOBS)
+	./$(BUILD)-bench/bench/vxu_bench_loop
+
+install: build
+	cmake --install $(BUILD)
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD) $(BUILD)-bench

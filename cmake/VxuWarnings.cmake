@@ -1,0 +1,16 @@
+# Compiler settings shared by every target of the project.
+set(VXU_WARNINGS -Wall -Wextra -Wshadow -Wformat=2 -Wundef -Wcast-align)
+if(VXU_WERROR)
+  list(APPEND VXU_WARNINGS -Werror)
+endif()
+
+set(VXU_SANITIZER_FLAGS "")
+if(VXU_SANITIZE)
+  set(VXU_SANITIZER_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+endif()
+
+# Applies the project's warnings (and sanitizers, when enabled) to a target.
+function(vxu_target_defaults target)
+  target_compile_options(${target} PRIVATE ${VXU_WARNINGS} ${VXU_SANITIZER_FLAGS})
+  target_link_options(${target} PRIVATE ${VXU_SANITIZER_FLAGS})
+endfunction()

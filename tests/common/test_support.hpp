@@ -1,0 +1,40 @@
+// Helpers shared by the test suites.
+#pragma once
+
+#include <functional>
+
+#include <gtest/gtest.h>
+
+namespace vxu_test {
+
+// Runs body in a forked child (a fresh copy of process-wide state such as
+// the loop registry) and returns the child's exit status: 0 when body
+// finished without a test failure, 1 when a check failed, 128+N when the
+// child died of signal N.
+int run_in_child(const std::function<void()> &body);
+
+// Number of descriptors this process has open (entries of /proc/self/fd).
+int count_open_fds();
+
+// A connected Unix stream socket pair, closed on destruction.
+struct socket_pair {
+    int fd[2] = {-1, -1};
+    socket_pair();
+    ~socket_pair();
+    socket_pair(const socket_pair &) = delete;
+    socket_pair &operator=(const socket_pair &) = delete;
+};
+
+// Fails the current test when a code block leaks or closes descriptors.
+class fd_leak_check {
+public:
+    fd_leak_check() : before_(count_open_fds()) {}
+    ~fd_leak_check() { EXPECT_EQ(count_open_fds(), before_) << "descriptor count changed"; }
+
+private:
+    int before_;
+};
+
+}  // namespace vxu_test
+
+#define EXPECT_IN_CHILD(...) EXPECT_EQ(0, ::vxu_test::run_in_child(__VA_ARGS__))
