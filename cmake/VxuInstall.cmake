@@ -20,6 +20,10 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/vxutilConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/vxutil)
 
+# The .pc file finds its prefix relative to itself, so the tree can move.
+file(RELATIVE_PATH VXU_PC_TO_PREFIX
+  ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" VXU_PC_TO_PREFIX "${VXU_PC_TO_PREFIX}")
 configure_file(cmake/vxutil.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vxutil.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vxutil.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
