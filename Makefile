@@ -1,9 +1,11 @@
 # Thin wrapper over CMake for the two everyday commands:
 #   make demo   installs what is missing, builds, runs the example
 #   make test   installs what is missing, builds, runs every test, then
-#               runs the whole suite again under ASan and UBSan
+#               runs the whole suite again under ASan and UBSan, and the
+#               concurrency tests under TSan
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
 JOBS       ?= $(shell nproc)
 
 # Debian packages the build, the tests and the benchmarks need.
@@ -11,7 +13,7 @@ DEB_PACKAGES = cmake make g++ pkg-config binutils iproute2 util-linux procps \
                libgtest-dev libgmock-dev libbenchmark-dev libevent-dev libuv1-dev \
                libadns1-dev
 
-.PHONY: deps configure build demo test test-asan bench install clean
+.PHONY: deps configure build demo test test-asan test-tsan bench install clean
 
 deps:
 	@missing=$$(for p in $(DEB_PACKAGES); do \
@@ -36,6 +38,7 @@ demo: build
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -L unit
 	$(MAKE) test-asan
+	$(MAKE) test-tsan
 
 test-asan: deps
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DVXU_WERROR=ON -DVXU_SANITIZE=ON
@@ -43,6 +46,12 @@ test-asan: deps
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --output-on-failure -j $(JOBS) -L unit
+
+test-tsan: deps
+	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DVXU_WERROR=ON -DVXU_SANITIZE=thread
+	cmake --build $(TSAN_BUILD) -j $(JOBS)
+	cd $(TSAN_BUILD) && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+	  ctest --output-on-failure -j $(JOBS) -L concurrency
 
 bench: deps
 	cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DVXU_BUILD_BENCH=ON -DVXU_BUILD_TESTS=OFF
@@ -53,4 +62,4 @@ install: build
 	cmake --install $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(BUILD)-bench
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(BUILD)-bench

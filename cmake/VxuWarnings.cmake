@@ -4,8 +4,12 @@ if(VXU_WERROR)
   list(APPEND VXU_WARNINGS -Werror)
 endif()
 
+# VXU_SANITIZE: OFF, ON or "address" (AddressSanitizer with
+# UndefinedBehaviorSanitizer), or "thread" (ThreadSanitizer).
 set(VXU_SANITIZER_FLAGS "")
-if(VXU_SANITIZE)
+if(VXU_SANITIZE STREQUAL "thread")
+  set(VXU_SANITIZER_FLAGS -fsanitize=thread -fno-omit-frame-pointer)
+elseif(VXU_SANITIZE)
   set(VXU_SANITIZER_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
 endif()
 

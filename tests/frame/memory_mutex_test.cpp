@@ -47,8 +47,8 @@ TEST(Memory, BlocksAreZeroFilled)
 
 TEST(Memory, ExhaustionGivesNull)
 {
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "AddressSanitizer reserves more address space than the limit allows";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "sanitizers reserve more address space than the limit allows";
 #else
     EXPECT_IN_CHILD([] {
         const struct rlimit limit = {256u << 20, 256u << 20};
