@@ -200,9 +200,11 @@ TEST_F(MsgQueue, InitLogsEachFailure)
 TEST_F(MsgQueue, GetOpensOnlyWhenNotOpenYet)
 {
     // An identifier already held: nothing is looked up, not even the file.
-    int held = 5;
-    EXPECT_EQ(0, vxu_msgq_get(handle_, &held, "/nonexistent/key", kProj));
-    EXPECT_EQ(5, held);
+    for (int held : {0, 5}) {
+        const int before = held;
+        EXPECT_EQ(0, vxu_msgq_get(handle_, &held, "/nonexistent/key", kProj));
+        EXPECT_EQ(before, held);
+    }
     EXPECT_EQ(0, g_ftok_calls);
     EXPECT_TRUE(log_lines().empty());
 
@@ -264,6 +266,12 @@ TEST_F(MsgQueue, SendAndReceiveByType)
     EXPECT_EQ(0, vxu_msgq_recv(handle_, id, &got, 10, 0, IPC_NOWAIT));
     EXPECT_EQ(5, got.type);
     EXPECT_EQ(0, memcmp(got.payload, "0123456789", 10));
+
+    // A message with no payload is a success too.
+    const message bare = make(4, "");
+    ASSERT_EQ(0, vxu_msgq_send(handle_, id, &bare, 0, IPC_NOWAIT));
+    EXPECT_EQ(0, vxu_msgq_recv(handle_, id, &got, sizeof got.payload, 4, IPC_NOWAIT));
+    EXPECT_EQ(4, got.type);
     EXPECT_TRUE(log_lines().empty());
 }
 
