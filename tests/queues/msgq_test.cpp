@@ -197,7 +197,7 @@ TEST_F(MsgQueue, InitLogsEachFailure)
     expect_one_line(1, "vxu_msgq_init", "create message queue error");
 }
 
-TEST_F(MsgQueue, GetOpensOnlyWhenNotOpenYet)
+TEST_F(MsgQueue, GetOpensOnlyWhatIsNotOpenYet)
 {
     // An identifier already held: nothing is looked up, not even the file.
     for (int held : {0, 5}) {
@@ -224,16 +224,14 @@ TEST_F(MsgQueue, GetOpensOnlyWhenNotOpenYet)
     EXPECT_EQ(-1, got);
     EXPECT_EQ(ENOSPC, errno);
     expect_one_line(4, "vxu_msgq_get", "msgget:-1");
-}
 
-TEST_F(MsgQueue, GetDoesNotCreateTheKeyFile)
-{
-    const std::string path = key_file("absent");
-    int id = -1;
-    EXPECT_EQ(-1, vxu_msgq_get(handle_, &id, path.c_str(), kProj));
-    EXPECT_EQ(-1, id);
+    // Unlike init, get does not create a missing key file.
+    const std::string absent = key_file("absent");
+    got = -1;
+    EXPECT_EQ(-1, vxu_msgq_get(handle_, &got, absent.c_str(), kProj));
+    EXPECT_EQ(-1, got);
     expect_one_line(4, "vxu_msgq_get", "ftok:-1");
-    EXPECT_NE(0, access(path.c_str(), F_OK));
+    EXPECT_NE(0, access(absent.c_str(), F_OK));
     EXPECT_EQ(-1, vxu_msgq_get(handle_, nullptr, path.c_str(), kProj));
 }
 

@@ -91,72 +91,48 @@ TEST(StrCase, FoldsOnlyAsciiLetters)
     EXPECT_TRUE(g.guards_intact(0));
 }
 
-TEST(StrTrim, StripKeepsInteriorAndTrimsAtTheCut)
+// The parsers, trims and quote removal also run under fuzz/ against models
+// of their rules; these are the cases worth reading.
+TEST(StrTrim, WhitespaceIsExactlyFourBytes)
 {
     EXPECT_EQ("ab", run(vxu_str_strip, "  ab\t\n", 32));
     EXPECT_EQ("ab", run(vxu_str_strip, "  ab\t\n", 3));
-    EXPECT_EQ("a b", run(vxu_str_strip, "\r a b \r\n", 32));
-    // The cut exposes interior whitespace, which goes too.
-    EXPECT_EQ("a", run(vxu_str_strip, " a   b", 4));
+    EXPECT_EQ("a", run(vxu_str_strip, " a   b", 4)) << "trimmed again at the cut";
+    EXPECT_EQ("\vx\f", run(vxu_str_strip, "\r \vx\f \n", 32));
     EXPECT_EQ("", run(vxu_str_strip, " \t\r\n ", 32));
-    EXPECT_EQ("", run(vxu_str_strip, "abc", 1));
-    // Vertical tab and form feed are not whitespace here.
-    EXPECT_EQ("\vx\f", run(vxu_str_strip, " \vx\f ", 32));
-    EXPECT_EQ(-1, vxu_str_strip("a", nullptr, 4));
-}
-
-TEST(StrTrim, StripAllDropsEveryWhitespaceByte)
-{
-    EXPECT_EQ("abcd", run(vxu_str_stripall, " a b\tc\r\nd ", 32));
+    EXPECT_EQ("ab\vc", run(vxu_str_stripall, " a b\t\r\n\vc ", 32));
     EXPECT_EQ("ab", run(vxu_str_stripall, " a b\tc\r\nd ", 3));
-    EXPECT_EQ("\va\f", run(vxu_str_stripall, "\v a\f", 32));
-    EXPECT_EQ("", run(vxu_str_stripall, " \t ", 32));
+    EXPECT_EQ(-1, vxu_str_strip("a", nullptr, 4));
     EXPECT_EQ(-1, vxu_str_stripall(nullptr, nullptr, 4));
 }
 
-TEST(StrNumber, PlainDecimal)
+TEST(StrNumber, ThreeParsersThreeRules)
 {
     int v = 99;
     EXPECT_EQ(0, vxu_str_atoi("007", &v));
     EXPECT_EQ(7, v);
     EXPECT_EQ(0, vxu_str_atoi("42", nullptr)) << "validation only";
-    EXPECT_EQ(0, vxu_str_atoi("4294967297", &v));
+    EXPECT_EQ(0, vexmar_atoi("4294967297", &v));
     EXPECT_EQ(1, v) << "cut to the low 32 bits";
     v = 99;
-    for (const char *bad : {"12a", "-5", "+5", " 5", "5 ", "", "0x10"})
+    for (const char *bad : {"12a", "-5", " 5", ""}) {
         EXPECT_EQ(-1, vxu_str_atoi(bad, &v)) << bad;
-    EXPECT_EQ(-1, vxu_str_atoi(nullptr, &v));
-    EXPECT_EQ(99, v) << "untouched on failure";
-
-    EXPECT_EQ(0, vexmar_atoi("0123", &v));
-    EXPECT_EQ(123, v);
-    v = 99;
-    for (const char *bad : {"", "1-", "-1", " 1", "1.5"})
         EXPECT_EQ(-1, vexmar_atoi(bad, &v)) << bad;
-    EXPECT_EQ(-1, vexmar_atoi("12", nullptr));
-    EXPECT_EQ(99, v);
-}
-
-TEST(StrNumber, DecimalOrLowerCaseHexPrefix)
-{
-    struct {
-        const char *text;
-        uint32_t value;
-    } const good[] = {
-        {"0x", 0},           {"0x1F", 31},         {"0xff", 255},     {"123", 123},
-        {"0", 0},            {"4294967295", ~0u},  {"4294967296", 0}, {"0x1deadbeef", 0xdeadbeef},
-        {"0x00000010", 16},
-    };
-    for (const auto &c : good) {
-        uint32_t v = 1;
-        EXPECT_EQ(0, vxu_str_atoi_ext(c.text, &v)) << c.text;
-        EXPECT_EQ(c.value, v) << c.text;
     }
-    uint32_t v = 77;
-    for (const char *bad : {"0xg", "0X10", "12 ", "x1", "", "-1", "1x", "0x1 "})
-        EXPECT_EQ(-1, vxu_str_atoi_ext(bad, &v)) << bad;
-    EXPECT_EQ(-1, vxu_str_atoi_ext(nullptr, &v));
-    EXPECT_EQ(77u, v);
+    EXPECT_EQ(99, v) << "untouched on failure";
+    EXPECT_EQ(-1, vexmar_atoi("12", nullptr));
+
+    uint32_t u = 1;
+    EXPECT_EQ(0, vxu_str_atoi_ext("0x", &u));
+    EXPECT_EQ(0u, u);
+    EXPECT_EQ(0, vxu_str_atoi_ext("0x1deadbeeF", &u));
+    EXPECT_EQ(0xdeadbeefu, u) << "only the last eight digits count";
+    EXPECT_EQ(0, vxu_str_atoi_ext("4294967296", &u));
+    EXPECT_EQ(0u, u) << "decimal wraps";
+    u = 77;
+    for (const char *bad : {"0xg", "0X10", "12 ", "x1"})
+        EXPECT_EQ(-1, vxu_str_atoi_ext(bad, &u)) << bad;
+    EXPECT_EQ(77u, u);
     EXPECT_EQ(-1, vxu_str_atoi_ext("1", nullptr));
 }
 
@@ -165,19 +141,14 @@ TEST(StrValidate, DigitsUpperCaseAndHexDumps)
     EXPECT_EQ(0, vexmar_string_isdigit("0123456789"));
     EXPECT_EQ(-1, vexmar_string_isdigit("12a"));
     EXPECT_EQ(-1, vexmar_string_isdigit(""));
-    EXPECT_EQ(-1, vexmar_string_isdigit(nullptr));
-
     EXPECT_EQ(0, vexmar_string_isalpha_upper("AZ"));
-    EXPECT_EQ(-1, vexmar_string_isalpha_upper("AbC"));
     EXPECT_EQ(-1, vexmar_string_isalpha_upper("A@"));
-    EXPECT_EQ(-1, vexmar_string_isalpha_upper(""));
+    EXPECT_EQ(-1, vexmar_string_isalpha_upper(nullptr));
     EXPECT_EQ(0, vexmar_isalpha_upper('Q'));
     EXPECT_EQ(-1, vexmar_isalpha_upper('q'));
-    EXPECT_EQ(-1, vexmar_isalpha_upper('['));
 
-    EXPECT_EQ(0, vexmar_hexdump_string_check("0aFF"));
     EXPECT_EQ(0, vexmar_hexdump_string_check("0123456789abcdefABCDEF"));
-    for (const char *bad : {"0aF", "0g", "", "0a\n", " 0aF", "0x1f"})
+    for (const char *bad : {"0aF", "0g", "", "0a\n"})
         EXPECT_EQ(-1, vexmar_hexdump_string_check(bad)) << bad;
     EXPECT_EQ(-1, vexmar_hexdump_string_check(nullptr));
 }
@@ -185,26 +156,17 @@ TEST(StrValidate, DigitsUpperCaseAndHexDumps)
 TEST(StrQuotes, CopiesTheInnerTextWithoutTerminator)
 {
     guarded g;
-    EXPECT_EQ(0, vexmar_double_quotes_to_string(g.buf, "\"abc\"", 3));
+    EXPECT_EQ(0, vexmar_double_quotes_to_string(g.buf, "\"abcdef\"", 3));
     EXPECT_EQ(0, memcmp(g.buf, "abc", 3));
-    EXPECT_TRUE(g.guards_intact(3)) << "no terminator beyond the size";
-
-    char clear[16] = {};
-    EXPECT_EQ(0, vexmar_double_quotes_to_string(clear, "\"a \\\"b\"", sizeof clear));
-    EXPECT_STREQ("a \\\"b", clear);
-    guarded cut;
-    EXPECT_EQ(0, vexmar_double_quotes_to_string(cut.buf, "\"abcdef\"", 2));
-    EXPECT_EQ(0, memcmp(cut.buf, "ab", 2));
-    EXPECT_TRUE(cut.guards_intact(2));
+    EXPECT_TRUE(g.guards_intact(3)) << "nothing beyond the size";
 
     guarded empty;
     EXPECT_EQ(0, vexmar_double_quotes_to_string(empty.buf, "\"\"", 8));
     EXPECT_TRUE(empty.guards_intact(0)) << "nothing copied";
-    for (const char *bad : {"\"", "", "abc", "\"abc", "abc\"", "'a'"})
+    for (const char *bad : {"\"", "", "\"abc", "abc\""})
         EXPECT_EQ(-1, vexmar_double_quotes_to_string(empty.buf, bad, 8)) << bad;
     EXPECT_EQ(-1, vexmar_double_quotes_to_string(empty.buf, "\"a\"", 0));
     EXPECT_EQ(-1, vexmar_double_quotes_to_string(nullptr, "\"a\"", 8));
-    EXPECT_TRUE(empty.guards_intact(0));
 }
 
 TEST(StrDup, FormatsIntoAFreshBuffer)
