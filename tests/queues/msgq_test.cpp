@@ -18,6 +18,7 @@
 #include <vxutil/queues.h>
 
 #include "common/test_support.hpp"
+#include "vxlog.h"
 
 namespace {
 
