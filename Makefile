@@ -11,9 +11,9 @@ JOBS       ?= $(shell nproc)
 # Debian packages the build, the tests and the benchmarks need.
 DEB_PACKAGES = cmake make g++ pkg-config binutils iproute2 util-linux procps \
                libgtest-dev libgmock-dev libbenchmark-dev libevent-dev libuv1-dev \
-               libadns1-dev
+               libadns1-dev clang libclang-rt-14-dev
 
-.PHONY: deps configure build demo test test-asan test-tsan bench install clean
+.PHONY: deps configure build demo test test-asan test-tsan fuzz-long bench install clean
 
 deps:
 	@missing=$$(for p in $(DEB_PACKAGES); do \
@@ -37,6 +37,7 @@ demo: build
 
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -L unit
+	fuzz/run.sh 5
 	$(MAKE) test-asan
 	$(MAKE) test-tsan
 
@@ -53,6 +54,11 @@ test-tsan: deps
 	cd $(TSAN_BUILD) && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
 	  ctest --output-on-failure -j $(JOBS) -L concurrency
 
+# Longer fuzzing: every target for ten minutes (FUZZ_SECONDS to change it).
+FUZZ_SECONDS ?= 600
+fuzz-long: deps
+	fuzz/run.sh $(FUZZ_SECONDS)
+
 bench: deps
 	cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DVXU_BUILD_BENCH=ON -DVXU_BUILD_TESTS=OFF
 	cmake --build $(BUILD)-bench -j $(JOBS)
@@ -62,4 +68,4 @@ install: build
 	cmake --install $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(BUILD)-bench
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(BUILD)-bench build-fuzz
