@@ -6,6 +6,7 @@
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
+ARM_BUILD  ?= build-aarch64
 JOBS       ?= $(shell nproc)
 
 # Debian packages the build, the tests and the benchmarks need.
@@ -13,7 +14,7 @@ DEB_PACKAGES = cmake make g++ pkg-config binutils iproute2 util-linux procps \
                libgtest-dev libgmock-dev libbenchmark-dev libevent-dev libuv1-dev \
                libadns1-dev clang libclang-rt-14-dev
 
-.PHONY: deps configure build demo test test-asan test-tsan fuzz-long bench install clean
+.PHONY: deps deps-aarch64 configure build demo test test-asan test-tsan test-aarch64 fuzz-long bench install clean
 
 deps:
 	@missing=$$(for p in $(DEB_PACKAGES); do \
@@ -54,6 +55,31 @@ test-tsan: deps
 	cd $(TSAN_BUILD) && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
 	  ctest --output-on-failure -j $(JOBS) -L concurrency
 
+# The device target: cross-build for 64-bit ARM and run the suite under qemu-user.
+ARM_PACKAGES = g++-aarch64-linux-gnu qemu-user libgtest-dev:arm64 libgmock-dev:arm64
+
+deps-aarch64: deps
+	@SUDO=$$( [ "$$(id -u)" -eq 0 ] || echo sudo ); \
+	if ! dpkg --print-foreign-architectures | grep -qx arm64; then \
+	  $$SUDO dpkg --add-architecture arm64 && $$SUDO apt-get update -qq; \
+	fi; \
+	missing=$$(for p in $(ARM_PACKAGES); do \
+	    dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; \
+	  done); \
+	if [ -n "$$missing" ]; then \
+	  echo "installing:" $$missing; \
+	  $$SUDO apt-get update -qq && \
+	  DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq --no-install-recommends $$missing; \
+	fi
+	cmake/toolchains/arm64-sysroot.sh $(ARM_BUILD)/sysroot
+
+test-aarch64: deps-aarch64
+	cmake -S . -B $(ARM_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/aarch64-linux-gnu.cmake \
+	  -DVXU_AARCH64_SYSROOT=$(CURDIR)/$(ARM_BUILD)/sysroot -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVXU_WERROR=ON
+	cmake --build $(ARM_BUILD) -j $(JOBS)
+	cd $(ARM_BUILD) && VXU_AARCH64_LIBS=$(CURDIR)/$(ARM_BUILD)/sysroot/usr/lib \
+	  ctest --output-on-failure -j $(JOBS) -L unit
+
 # Longer fuzzing: every target for ten minutes (FUZZ_SECONDS to change it).
 FUZZ_SECONDS ?= 600
 fuzz-long: deps
@@ -68,4 +94,4 @@ install: build
 	cmake --install $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(BUILD)-bench build-fuzz
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(ARM_BUILD) $(BUILD)-bench build-fuzz

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <errno.h>
+#include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -42,6 +43,12 @@ int count_open_fds()
     }
     closedir(dir);
     return n - 1;  // the directory stream's own descriptor
+}
+
+const char *emulator()
+{
+    const char *name = getenv("VXU_TEST_EMULATOR");
+    return name && *name ? name : nullptr;
 }
 
 socket_pair::socket_pair()

@@ -35,6 +35,18 @@ private:
     int before_;
 };
 
+// Name of the user-mode emulator the tests run under ("qemu-user"), or null
+// on real hardware. The cross-build runner sets VXU_TEST_EMULATOR.
+const char *emulator();
+
 }  // namespace vxu_test
+
+// Skips the current test under user-mode emulation; what names the facility
+// the emulator lacks, e.g. "RLIMIT_AS for the guest".
+#define SKIP_UNDER_EMULATION(what)                                                     \
+    do {                                                                               \
+        if (const char *emu_ = ::vxu_test::emulator())                                 \
+            GTEST_SKIP() << emu_ << " does not emulate " << (what);                    \
+    } while (0)
 
 #define EXPECT_IN_CHILD(...) EXPECT_EQ(0, ::vxu_test::run_in_child(__VA_ARGS__))

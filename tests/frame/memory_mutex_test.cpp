@@ -50,6 +50,7 @@ TEST(Memory, ExhaustionGivesNull)
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "sanitizers reserve more address space than the limit allows";
 #else
+    SKIP_UNDER_EMULATION("RLIMIT_AS for the guest");
     EXPECT_IN_CHILD([] {
         const struct rlimit limit = {256u << 20, 256u << 20};
         ASSERT_EQ(0, setrlimit(RLIMIT_AS, &limit));
