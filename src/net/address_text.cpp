@@ -49,7 +49,12 @@ VXU_API int vxu_net_strip(const char *text, struct in_addr *out)
     if (!text || text[0] == '\0')
         return -1;
     struct in_addr scratch;
-    return inet_aton(text, out ? out : &scratch) ? 0 : -1;
+    struct in_addr *target = out ? out : &scratch;
+    // Plain dotted decimal, the common case, is settled by the cheaper
+    // inet_pton: whatever it accepts, inet_aton reads the same way.
+    if (inet_pton(AF_INET, text, target) == 1)
+        return 0;
+    return inet_aton(text, target) ? 0 : -1;
 }
 
 VXU_API char *vexmar_ip_int_to_string(uint32_t addr)
