@@ -22,9 +22,7 @@ TEST(IpcEndpoint, ServerClientRoundTrip)
 {
     vxu_net_test::scratch_dir dir;
     const std::string path = dir.path() + "/ipc.sock";
-    FILE *stale = fopen(path.c_str(), "w");
-    ASSERT_NE(nullptr, stale);
-    fclose(stale);
+    vxu_net_test::write_file(path);
     chmod(path.c_str(), 0600);
 
     const int server = vxu_net_ipc_server(path.c_str());
@@ -79,9 +77,7 @@ TEST(IpcEndpoint, RefusedPathsLeaveNothingOpen)
 
     // 108 bytes leave no room for the terminator.
     const std::string long_path = dir.path_of_length(108);
-    FILE *f = fopen(long_path.c_str(), "w");
-    ASSERT_NE(nullptr, f);
-    fclose(f);
+    vxu_net_test::write_file(long_path);
     EXPECT_EQ(-1, vxu_net_ipc_client(long_path.c_str()));
 }
 

@@ -28,10 +28,7 @@ bool contains(const std::string &text, const std::string &part) { return text.fi
 void mount_over(const char *target, const std::string &dir, const char *name, const std::string &text)
 {
     const std::string file = dir + "/" + name;
-    FILE *f = fopen(file.c_str(), "w");
-    ASSERT_NE(nullptr, f);
-    fputs(text.c_str(), f);
-    fclose(f);
+    vxu_net_test::write_file(file, text);
     if (mount(file.c_str(), target, nullptr, MS_BIND, nullptr) != 0)
         skip_child(std::string("cannot bind-mount over ") + target + ": " + strerror(errno));
 }

@@ -7,10 +7,11 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
+
+#include "common/test_support.hpp"
 
 namespace vxu_net_test {
 
@@ -23,12 +24,7 @@ void skip_child(const std::string &why)
 
 int run_in_netns(const std::function<void()> &body, bool private_mounts)
 {
-    fflush(stdout);
-    fflush(stderr);
-    const pid_t pid = fork();
-    if (pid < 0)
-        return -1;
-    if (pid == 0) {
+    return vxu_test::run_in_child([&] {
         if (unshare(CLONE_NEWNET | (private_mounts ? CLONE_NEWNS : 0)) != 0)
             skip_child(std::string("unshare: ") + strerror(errno));
         // Keep bind mounts from reaching the parent's mount namespace.
@@ -37,17 +33,7 @@ int run_in_netns(const std::function<void()> &body, bool private_mounts)
         if (!shell("ip link set lo up"))
             skip_child("cannot bring up loopback with `ip` (iproute2 missing?)");
         body();
-        fflush(stdout);
-        _exit(::testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR)
-            return -1;
-    }
-    if (WIFSIGNALED(status))
-        return 128 + WTERMSIG(status);
-    return WEXITSTATUS(status);
+    });
 }
 
 bool shell(const std::string &command) { return system(command.c_str()) == 0; }
@@ -64,6 +50,14 @@ std::string shell_output(const std::string &command)
         out.append(buf, n);
     pclose(p);
     return out;
+}
+
+void write_file(const std::string &path, const std::string &text)
+{
+    FILE *f = fopen(path.c_str(), "w");
+    ASSERT_NE(nullptr, f) << path;
+    fputs(text.c_str(), f);
+    fclose(f);
 }
 
 stdout_capture::stdout_capture()

@@ -27,6 +27,9 @@ bool shell(const std::string &command);
 // Standard output of a shell command.
 std::string shell_output(const std::string &command);
 
+// Creates or replaces a regular file holding text.
+void write_file(const std::string &path, const std::string &text = "");
+
 // Redirects standard output into a temporary file until finish().
 class stdout_capture {
 public:

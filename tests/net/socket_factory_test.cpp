@@ -169,9 +169,7 @@ TEST(UnixFactories, StreamServerReplacesStaleFile)
 {
     vxu_net_test::scratch_dir dir;
     const std::string path = dir.path() + "/stream.sock";
-    FILE *stale = fopen(path.c_str(), "w");
-    ASSERT_NE(nullptr, stale);
-    fclose(stale);
+    vxu_net_test::write_file(path);
 
     const int server = vexmar_create_unix_server(path.c_str(), 2);
     ASSERT_GE(server, 0);
@@ -239,9 +237,7 @@ TEST(UnixFactories, PathLengthLimits)
 
     // 109 bytes are refused before anything happens: the file is not removed.
     const std::string too_long = dir.path_of_length(109);
-    FILE *f = fopen(too_long.c_str(), "w");
-    ASSERT_NE(nullptr, f);
-    fclose(f);
+    vxu_net_test::write_file(too_long);
     fd_leak_check leaks;
     EXPECT_EQ(-1, vexmar_create_unix_server(too_long.c_str(), 1));
     EXPECT_EQ(0, access(too_long.c_str(), F_OK));
