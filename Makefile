@@ -12,7 +12,7 @@ JOBS       ?= $(shell nproc)
 # Debian packages the build, the tests and the benchmarks need.
 DEB_PACKAGES = cmake make g++ pkg-config binutils iproute2 util-linux procps \
                libgtest-dev libgmock-dev libbenchmark-dev libevent-dev libuv1-dev \
-               libadns1-dev clang libclang-rt-14-dev
+               libadns1-dev dnsmasq-base clang libclang-rt-14-dev
 
 .PHONY: deps deps-aarch64 configure build demo test test-asan test-tsan test-aarch64 fuzz-long bench install clean
 
@@ -88,7 +88,7 @@ fuzz-long: deps
 bench: deps
 	cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DVXU_BUILD_BENCH=ON -DVXU_BUILD_TESTS=OFF
 	cmake --build $(BUILD)-bench -j $(JOBS)
-	./$(BUILD)-bench/bench/vxu_bench_loop
+	for b in $(BUILD)-bench/bench/vxu_bench_*; do echo "== $$b"; ./$$b; done
 
 install: build
 	cmake --install $(BUILD)
