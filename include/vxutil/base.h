@@ -1,4 +1,8 @@
-/* vxutil: declarations shared by every public header. */
+/**
+ * @file base.h
+ * @brief Declarations shared by every public header: linkage macros and the
+ *        intrusive list link.
+ */
 #ifndef VXUTIL_BASE_H
 #define VXUTIL_BASE_H
 
@@ -19,13 +23,16 @@
 
 VXU_BEGIN_DECLS
 
-/*
- * Intrusive doubly linked list link. Records embed one; an owner keeps a
- * sentinel whose next and prev point to itself while the list is empty.
+/**
+ * @brief Link of an intrusive doubly linked list.
+ *
+ * Records that take part in a list embed one link; the owner keeps a
+ * sentinel link whose @c next and @c prev point to itself while the list is
+ * empty. A link taken off a list has both pointers null.
  */
 typedef struct vxu_list_link {
-    struct vxu_list_link *next;
-    struct vxu_list_link *prev;
+    struct vxu_list_link *next; /**< Following link (the sentinel after the last record). */
+    struct vxu_list_link *prev; /**< Preceding link (the sentinel before the first record). */
 } vxu_list_link;
 
 VXU_END_DECLS
