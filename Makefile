@@ -12,9 +12,9 @@ JOBS       ?= $(shell nproc)
 # Debian packages the build, the tests and the benchmarks need.
 DEB_PACKAGES = cmake make g++ pkg-config binutils iproute2 util-linux procps \
                libgtest-dev libgmock-dev libbenchmark-dev libevent-dev libuv1-dev \
-               libadns1-dev dnsmasq-base clang libclang-rt-14-dev
+               libadns1-dev dnsmasq-base clang libclang-rt-14-dev lcov valgrind
 
-.PHONY: deps deps-aarch64 configure build demo test test-asan test-tsan test-aarch64 fuzz-long bench install clean
+.PHONY: deps deps-aarch64 configure build demo test test-asan test-tsan test-aarch64 coverage fuzz-long bench install clean
 
 deps:
 	@missing=$$(for p in $(DEB_PACKAGES); do \
@@ -80,6 +80,15 @@ test-aarch64: deps-aarch64
 	cd $(ARM_BUILD) && VXU_AARCH64_LIBS=$(CURDIR)/$(ARM_BUILD)/sysroot/usr/lib \
 	  ctest --output-on-failure -j $(JOBS) -L unit
 
+# Line and branch coverage per subsystem (gcov + lcov); fails below 90% of lines.
+COV_BUILD ?= build-coverage
+coverage: deps
+	cmake -S . -B $(COV_BUILD) -DCMAKE_BUILD_TYPE=Debug -DVXU_COVERAGE=ON
+	cmake --build $(COV_BUILD) -j $(JOBS)
+	find $(COV_BUILD) -name '*.gcda' -delete
+	cd $(COV_BUILD) && ctest -j $(JOBS) -L unit > ctest.log || { tail -30 ctest.log; exit 1; }
+	cmake/coverage-report.sh $(COV_BUILD) $(CURDIR) 90
+
 # Longer fuzzing: every target for ten minutes (FUZZ_SECONDS to change it).
 FUZZ_SECONDS ?= 600
 fuzz-long: deps
@@ -94,4 +103,4 @@ install: build
 	cmake --install $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(ARM_BUILD) $(BUILD)-bench build-fuzz
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(ARM_BUILD) $(COV_BUILD) $(BUILD)-bench build-fuzz

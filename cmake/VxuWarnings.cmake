@@ -13,6 +13,11 @@ elseif(VXU_SANITIZE)
   set(VXU_SANITIZER_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
 endif()
 
+# VXU_COVERAGE: instrument for gcov (line and branch coverage).
+if(VXU_COVERAGE)
+  list(APPEND VXU_SANITIZER_FLAGS --coverage -O0 -fno-inline)
+endif()
+
 # Applies the project's warnings (and sanitizers, when enabled) to a target.
 function(vxu_target_defaults target)
   target_compile_options(${target} PRIVATE ${VXU_WARNINGS} ${VXU_SANITIZER_FLAGS})
