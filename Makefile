@@ -14,7 +14,7 @@ DEB_PACKAGES = cmake make g++ pkg-config binutils iproute2 util-linux procps \
                libgtest-dev libgmock-dev libbenchmark-dev libevent-dev libuv1-dev \
                libadns1-dev dnsmasq-base clang libclang-rt-14-dev lcov valgrind
 
-.PHONY: deps deps-aarch64 configure build demo test test-asan test-tsan test-aarch64 coverage fuzz-long bench install clean
+.PHONY: deps deps-aarch64 configure build demo test test-asan test-tsan test-aarch64 test-valgrind coverage fuzz-long bench install clean
 
 deps:
 	@missing=$$(for p in $(DEB_PACKAGES); do \
@@ -80,6 +80,13 @@ test-aarch64: deps-aarch64
 	cd $(ARM_BUILD) && VXU_AARCH64_LIBS=$(CURDIR)/$(ARM_BUILD)/sysroot/usr/lib \
 	  ctest --output-on-failure -j $(JOBS) -L unit
 
+# The whole suite under valgrind memcheck (errors and definite leaks fail).
+VG_BUILD ?= build-valgrind
+test-valgrind: deps
+	cmake -S . -B $(VG_BUILD) -DCMAKE_BUILD_TYPE=Debug -DVXU_WERROR=ON -DVXU_VALGRIND=ON
+	cmake --build $(VG_BUILD) -j $(JOBS)
+	cd $(VG_BUILD) && VXU_TEST_UNDER_VALGRIND=1 ctest --output-on-failure -j $(JOBS) -L unit
+
 # Line and branch coverage per subsystem (gcov + lcov); fails below 90% of lines.
 COV_BUILD ?= build-coverage
 coverage: deps
@@ -103,4 +110,4 @@ install: build
 	cmake --install $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(ARM_BUILD) $(COV_BUILD) $(BUILD)-bench build-fuzz
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(ARM_BUILD) $(COV_BUILD) $(VG_BUILD) $(BUILD)-bench build-fuzz
