@@ -7,24 +7,13 @@
 #include "fuzz_support.hpp"
 
 using vxu_fuzz::ascii_space;
+using vxu_fuzz::exact_buffer;
 
 namespace {
 
-class exact_buffer {
-public:
-    explicit exact_buffer(size_t n) : p_(static_cast<char *>(malloc(n))) { memset(p_, 'U', n); }
-    exact_buffer(const exact_buffer &) = delete;
-    exact_buffer &operator=(const exact_buffer &) = delete;
-    ~exact_buffer() { free(p_); }
-    char *get() const { return p_; }
-
-private:
-    char *p_;
-};
-
 void check_strip(const std::string &src, size_t size)
 {
-    exact_buffer dst(size);
+    exact_buffer dst(size, 'U');
     FUZZ_CHECK(vxu_str_strip(src.c_str(), dst.get(), static_cast<int>(size)) == 0);
     const std::string out(dst.get(), strnlen(dst.get(), size));
     FUZZ_CHECK(out.size() < size);
@@ -43,7 +32,7 @@ void check_strip(const std::string &src, size_t size)
 
 void check_stripall(const std::string &src, size_t size)
 {
-    exact_buffer dst(size);
+    exact_buffer dst(size, 'U');
     FUZZ_CHECK(vxu_str_stripall(src.c_str(), dst.get(), static_cast<int>(size)) == 0);
     const std::string out(dst.get(), strnlen(dst.get(), size));
     FUZZ_CHECK(out.size() < size);

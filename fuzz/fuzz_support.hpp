@@ -1,6 +1,6 @@
 // Shared pieces of the fuzz targets: an exact-size copy of the input as a C
-// string (so AddressSanitizer sees any read past its end) and a property
-// check that stops the run with a message.
+// string and exact-size output buffers (so AddressSanitizer sees any access
+// past their ends), and a property check that stops the run with a message.
 #pragma once
 
 #include <stddef.h>
@@ -35,7 +35,27 @@ private:
     size_t len_;
 };
 
+// A heap block of exactly n bytes, every byte set to fill.
+class exact_buffer {
+public:
+    exact_buffer(size_t n, unsigned char fill) : p_(static_cast<unsigned char *>(malloc(n)))
+    {
+        memset(p_, fill, n);
+    }
+    exact_buffer(const exact_buffer &) = delete;
+    exact_buffer &operator=(const exact_buffer &) = delete;
+    ~exact_buffer() { free(p_); }
+
+    char *get() const { return reinterpret_cast<char *>(p_); }
+    uint8_t *bytes() const { return p_; }
+
+private:
+    unsigned char *p_;
+};
+
 inline bool ascii_space(char c) { return c == ' ' || c == '\r' || c == '\t' || c == '\n'; }
+// isspace in the C locale, which is what strtol and scanf skip.
+inline bool c_space(char c) { return ascii_space(c) || c == '\v' || c == '\f'; }
 inline bool ascii_digit(char c) { return c >= '0' && c <= '9'; }
 inline bool ascii_hex(char c)
 {
