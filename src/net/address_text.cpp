@@ -30,6 +30,26 @@ bool digits_and_dots_only(const char *text)
     return true;
 }
 
+// %d cannot hold a long field: the scan would keep only its low bits, so a
+// huge field could pass as a small one. Fields of more than three
+// significant digits are refused before scanning.
+bool fields_fit_scan(const char *text)
+{
+    int significant = 0;
+    bool leading = true;
+    for (const char *p = text; *p; ++p) {
+        if (*p == '.') {
+            significant = 0;
+            leading = true;
+        } else if (!(leading && *p == '0')) {
+            leading = false;
+            if (++significant > 3)
+                return false;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 extern "C" {
@@ -77,7 +97,8 @@ VXU_API char *vexmar_ipv6_ntop(struct in6_addr addr)
 
 VXU_API int vexmar_ipv4_check(const char *text)
 {
-    if (!text || strlen(text) < kShortestDottedQuad || !digits_and_dots_only(text))
+    if (!text || strlen(text) < kShortestDottedQuad || !digits_and_dots_only(text) ||
+        !fields_fit_scan(text))
         return -1;
     int field[4];
     char rest[64] = {};

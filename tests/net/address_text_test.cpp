@@ -16,7 +16,7 @@ TEST(Ipv4Check, StrictDottedQuadOnly)
         EXPECT_EQ(0, vexmar_ipv4_check(ok)) << ok;
     for (const char *bad : {"1.2.3", "1.2.3.", "256.1.1.1", "1.2.3.256", "1.2.3.4.", "1.2.3 4",
                             "1..2.3.4", "+1.2.3.4", "1.2.3.4\n", "a.b.c.d", "1.2.3.4.5", ".1.2.3.4",
-                            "99999999999.1.1.1", ""})
+                            "99999999999.1.1.1", "4294967296.1.2.3", "1.2.3.4294967300", ""})
         EXPECT_EQ(-1, vexmar_ipv4_check(bad)) << '"' << bad << '"';
     EXPECT_EQ(-1, vexmar_ipv4_check(nullptr));
 }
