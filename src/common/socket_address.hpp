@@ -16,14 +16,27 @@ constexpr size_t kUnixPathRoom = sizeof(sockaddr_un::sun_path);  // 108
 constexpr socklen_t kUnixAddressLength = sizeof(sockaddr_un);  // 110
 static_assert(kUnixPathRoom == 108 && kUnixAddressLength == 110, "unexpected sockaddr_un layout");
 
+// A Unix address with one zero byte behind it: a path of exactly 108 bytes
+// fills sun_path without a terminator, and tools that read sun_path as a
+// string (memory checkers) then stop at that byte. The kernel is still
+// given the 110-byte record alone.
+struct unix_address {
+    sockaddr_un addr;
+    char terminator;
+};
+
 // Clears the record and copies the first len bytes of path (len must not
-// exceed kUnixPathRoom); a shorter path stays terminated by the clearing,
-// one of exactly 108 bytes fills the field without a terminator.
-inline void fill_unix_address(sockaddr_un &addr, const char *path, size_t len)
+// exceed kUnixPathRoom); a shorter path stays terminated by the clearing.
+inline void fill_unix_address(unix_address &ua, const char *path, size_t len)
 {
-    memset(&addr, 0, sizeof addr);
-    addr.sun_family = AF_UNIX;
-    memcpy(addr.sun_path, path, len);
+    memset(&ua, 0, sizeof ua);
+    ua.addr.sun_family = AF_UNIX;
+    memcpy(ua.addr.sun_path, path, len);
+}
+
+inline const sockaddr *as_sockaddr(const unix_address &ua)
+{
+    return reinterpret_cast<const sockaddr *>(&ua.addr);
 }
 
 // AF_INET record for text (through inet_addr; NULL is the any-address) and

