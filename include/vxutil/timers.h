@@ -47,7 +47,8 @@ VXU_API int vxu_tmrq_tmr_add(vxu_tmrq *q, uint64_t param1, uint64_t param2, uint
                              uint32_t interval_ms, uint32_t repeat);
 /* 1 when a timer with that id is queued, else 0. */
 VXU_API int vxu_tmrq_tmr_is_exist(vxu_tmrq *q, int id);
-/* Removes and releases the timer; 0 whether or not it existed, -1 for NULL q. */
+/* Removes and releases the timer, waking a sleeping pull; 0 whether or not
+ * it existed, -1 for NULL q. */
 VXU_API int vxu_tmrq_tmr_del(vxu_tmrq *q, int id);
 /* Replaces the values and re-arms from now. 0; 1 unknown id; -1 NULL q or
  * wake-up byte not written. */

@@ -112,6 +112,8 @@ VXU_API int vxu_tmrq_tmr_del(vxu_tmrq *q, int id)
     if (vxu_tmrq_item *item = find_timer(q, id)) {
         vxu::list_unlink(&item->link);
         _vxu_mem_free("vxu_tmrq_tmr_del", __LINE__, item);
+        // A pull sleeping towards this timer recomputes its wait now.
+        vxu::post_wakeup(q->wfd);
     }
     return 0;
 }
