@@ -74,17 +74,24 @@ VXU_API int vxu_cmdq_pull(vxu_cmdq *q, int timeout_ms, vxu_cmdq_item **out)
     *out = nullptr;
     if (!vxu::fits_fd_set(q->rfd))
         return -1;
-    struct timeval tv;
-    tv.tv_sec = timeout_ms / 1000;
-    tv.tv_usec = (timeout_ms % 1000) * 1000;
-    const int ready = vxu::wait_readable(q->rfd, &tv);
-    if (ready < 0)
-        return errno == EINTR ? 0 : -1;
-    if (ready == 0)
-        return 0;
     unsigned char byte;
-    if (read(q->rfd, &byte, 1) != 1)
-        return -1;
+    if (timeout_ms == 0) {
+        // Polling: the non-blocking read answers what a zero-time select
+        // would, in one system call instead of two.
+        if (read(q->rfd, &byte, 1) != 1)
+            return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ? 0 : -1;
+    } else {
+        struct timeval tv;
+        tv.tv_sec = timeout_ms / 1000;
+        tv.tv_usec = (timeout_ms % 1000) * 1000;
+        const int ready = vxu::wait_readable(q->rfd, &tv);
+        if (ready < 0)
+            return errno == EINTR ? 0 : -1;
+        if (ready == 0)
+            return 0;
+        if (read(q->rfd, &byte, 1) != 1)
+            return -1;
+    }
     vxu::mutex_lock hold(&q->mutex, "vxu_cmdq_pull", __LINE__);
     if (vxu::list_empty(&q->items))
         return 0;
