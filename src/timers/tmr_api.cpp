@@ -59,17 +59,18 @@ VXU_API int vxu_tmr_init(void)
     vxu::list_init(&ctx->due_list);
     vxu::list_init(&ctx->fd_list);
     ctx->wfd = ctx->rfd = -1;
-    // Published even when a later step fails: a second init then reports
-    // success instead of starting a second service.
-    const bool locked = vxu_mutex_init(&ctx->mutex, "tmr") == 0;
-    publish_service(ctx);
-    if (!locked)
+    // Published even when a step fails: a second init then reports success
+    // instead of starting a second service.
+    if (vxu_mutex_init(&ctx->mutex, "tmr") != 0) {
+        publish_service(ctx);
         return -1;
+    }
     ctx->max_timers = kMostIdleTimers;
     int fds[2];
     vxu::open_wakeup_pair(fds, true, 0);
     ctx->wfd = fds[0];
     ctx->rfd = fds[1];
+    publish_service(ctx);
     return pthread_create(&ctx->thread, nullptr, thread_tmr_handler_proc, nullptr) == 0 ? 0 : -1;
 }
 

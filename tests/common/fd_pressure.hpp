@@ -1,84 +1,51 @@
-// Descriptor pressure for tests of code that must cope when descriptors run
-// out or land at 1024 and beyond (outside a select set). Use in a forked
-// child: both change process-wide limits and descriptor numbers.
+// Descriptor pressure for code that must cope when descriptors run out or
+// land at 1024 and above, outside a select set. Changes process-wide limits:
+// use in forked children only.
 #pragma once
 
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace vxu_test {
 
-// Takes every free descriptor below 1024, so the next one opened lands at
-// 1024 or above. ok() is false when the descriptor limit cannot be raised.
-class low_fds_taken {
+// Takes free descriptors until the next one opened would be `first_free`
+// or beyond: 1024 puts it outside a select set, 0 leaves none at all (the
+// limit drops to 64 first). ok() is false when the limit is too low for it.
+class fds_taken {
 public:
-    low_fds_taken()
+    explicit fds_taken(int first_free)
     {
         struct rlimit rl;
-        if (getrlimit(RLIMIT_NOFILE, &rl) != 0)
-            return;
-        if (rl.rlim_cur < kNeeded && rl.rlim_max >= kNeeded) {
-            rl.rlim_cur = kNeeded;
-            setrlimit(RLIMIT_NOFILE, &rl);
-        }
-        if (getrlimit(RLIMIT_NOFILE, &rl) != 0 || rl.rlim_cur < kNeeded)
-            return;
-        for (;;) {
-            const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-            if (fd < 0)
-                return;
-            if (fd >= 1024) {
-                close(fd);
-                ok_ = true;
-                return;
-            }
-            taken_.push_back(fd);
-        }
-    }
-    ~low_fds_taken()
-    {
-        for (int fd : taken_)
-            close(fd);
-    }
-    low_fds_taken(const low_fds_taken &) = delete;
-    low_fds_taken &operator=(const low_fds_taken &) = delete;
-    bool ok() const { return ok_; }
-
-private:
-    static constexpr rlim_t kNeeded = 1100;
-    std::vector<int> taken_;
-    bool ok_ = false;
-};
-
-// Leaves no descriptor free: opening anything fails with EMFILE until the
-// object is destroyed.
-class no_fds_left {
-public:
-    no_fds_left()
-    {
         getrlimit(RLIMIT_NOFILE, &saved_);
-        struct rlimit low = saved_;
-        low.rlim_cur = kLimit;  // few to fill; descriptors above stay open
-        setrlimit(RLIMIT_NOFILE, &low);
-        for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;)
+        rl = saved_;
+        rl.rlim_cur = first_free == 0 ? 64 : std::max<rlim_t>(rl.rlim_cur, 1100);
+        if (rl.rlim_cur > rl.rlim_max || setrlimit(RLIMIT_NOFILE, &rl) != 0)
+            return;
+        int fd;
+        while ((fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0 && (first_free == 0 || fd < first_free))
             taken_.push_back(fd);
+        if (fd >= 0)
+            close(fd);
+        ok_ = true;
     }
-    ~no_fds_left()
+    ~fds_taken()
     {
         for (int fd : taken_)
             close(fd);
         setrlimit(RLIMIT_NOFILE, &saved_);
     }
-    no_fds_left(const no_fds_left &) = delete;
-    no_fds_left &operator=(const no_fds_left &) = delete;
+    fds_taken(const fds_taken &) = delete;
+    fds_taken &operator=(const fds_taken &) = delete;
+    bool ok() const { return ok_; }
 
 private:
-    static constexpr rlim_t kLimit = 64;
     struct rlimit saved_;
     std::vector<int> taken_;
+    bool ok_ = false;
 };
 
 }  // namespace vxu_test

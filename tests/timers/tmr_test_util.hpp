@@ -32,19 +32,18 @@ public:
         std::lock_guard<std::mutex> hold(mutex_);
         log_.push_back({id, arg, vxu_com_get_uptime_ms()});
     }
-    std::vector<firing> of(int id)
-    {
-        std::lock_guard<std::mutex> hold(mutex_);
-        std::vector<firing> out;
-        for (const firing &f : log_)
-            if (f.id == id)
-                out.push_back(f);
-        return out;
-    }
     std::vector<firing> all()
     {
         std::lock_guard<std::mutex> hold(mutex_);
         return log_;
+    }
+    std::vector<firing> of(int id)
+    {
+        std::vector<firing> out;
+        for (const firing &f : all())
+            if (f.id == id)
+                out.push_back(f);
+        return out;
     }
 
 private:
@@ -60,6 +59,8 @@ inline int record_firing(int id, uint64_t arg)
     return 0;
 }
 
+inline void sleep_ms(long ms) { vxu_os_wait(ms / 1000, (ms % 1000) * 1000); }
+
 // Polls pred every 5 ms for up to budget_ms; true once it holds.
 template <typename Pred>
 bool eventually(Pred pred, uint64_t budget_ms)
@@ -68,12 +69,10 @@ bool eventually(Pred pred, uint64_t budget_ms)
     while (!pred()) {
         if (vxu_com_get_uptime_ms() >= end)
             return false;
-        vxu_os_wait(0, 5000);
+        sleep_ms(5);
     }
     return true;
 }
-
-inline void sleep_ms(long ms) { vxu_os_wait(ms / 1000, (ms % 1000) * 1000); }
 
 inline int thread_count()
 {
@@ -85,8 +84,8 @@ inline int thread_count()
     return n;
 }
 
-// Timer descriptors on CLOCK_BOOTTIME_ALARM need CAP_WAKE_ALARM and a
-// kernel with alarm timers.
+// Timer descriptors on CLOCK_BOOTTIME_ALARM need CAP_WAKE_ALARM and a kernel
+// with alarm timers; errno tells why when they are refused.
 inline bool alarm_timers_available()
 {
     const int fd = timerfd_create(CLOCK_BOOTTIME_ALARM, 0);
@@ -96,11 +95,10 @@ inline bool alarm_timers_available()
     return true;
 }
 
-// A started list timer of interval_ms that logs its firings.
+// A started list timer that logs its firings.
 inline int started_list_timer(uint32_t interval_ms, uint64_t arg)
 {
     const int id = vxu_tmr_create(VXU_TMR_TYPE_LIST);
-    EXPECT_GT(id, 0);
     EXPECT_EQ(0, vxu_tmr_set(id, interval_ms, 0, record_firing, arg));
     EXPECT_EQ(0, vxu_tmr_start(id));
     return id;
@@ -108,9 +106,9 @@ inline int started_list_timer(uint32_t interval_ms, uint64_t arg)
 
 }  // namespace tmr_test
 
-#define SKIP_WITHOUT_ALARM_TIMERS()                                                    \
-    do {                                                                               \
-        if (!tmr_test::alarm_timers_available())                                       \
-            GTEST_SKIP() << "timerfd on CLOCK_BOOTTIME_ALARM refused here (errno "     \
-                         << errno << "; needs CAP_WAKE_ALARM and alarm timer support)"; \
+#define SKIP_WITHOUT_ALARM_TIMERS()                                                   \
+    do {                                                                              \
+        if (!tmr_test::alarm_timers_available())                                      \
+            GTEST_SKIP() << "timerfd on CLOCK_BOOTTIME_ALARM refused (errno " << errno \
+                         << "): needs CAP_WAKE_ALARM and alarm timer support";        \
     } while (0)
