@@ -150,6 +150,49 @@ private:
     int count_ = 0;
 };
 
+// The mutex and the list of one hand-made queue, bounded like the library's.
+class locked_fifo {
+public:
+    // Appends once there is room; `inside` runs under the lock just before
+    // the node is linked.
+    template <typename Fn>
+    void append_when_room(uint64_t cmd, const void *data, Fn inside)
+    {
+        for (;;) {
+            {
+                std::lock_guard<std::mutex> hold(mutex_);
+                if (list_.count() < kCapacity) {
+                    node *n = make_node(cmd, data);
+                    inside();
+                    list_.append(n);
+                    return;
+                }
+            }
+            sched_yield();
+        }
+    }
+    node *take()
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        return list_.take();
+    }
+    // Hands every queued node to h; returns how many.
+    long drain(handler h, void *ctx)
+    {
+        long n = 0;
+        while (node *item = take()) {
+            h(item->cmd, item->data, ctx);
+            free(item);
+            ++n;
+        }
+        return n;
+    }
+
+private:
+    std::mutex mutex_;
+    node_list list_;
+};
+
 // ---- by hand: mutex, intrusive list, socket pair, select ------------------
 class hand_channel {
 public:
@@ -166,31 +209,18 @@ public:
     }
     void push(uint64_t cmd, const void *data)
     {
-        for (;;) {
-            {
-                std::lock_guard<std::mutex> hold(mutex_);
-                if (list_.count() < kCapacity) {
-                    node *n = make_node(cmd, data);
-                    const unsigned char one = 1;
-                    if (write(fds_[0], &one, 1) != 1)
-                        abort();
-                    list_.append(n);
-                    return;
-                }
-            }
-            sched_yield();
-        }
+        fifo_.append_when_room(cmd, data, [this] {
+            const unsigned char one = 1;
+            if (write(fds_[0], &one, 1) != 1)
+                abort();
+        });
     }
     void serve(long count, handler h, void *ctx)
     {
         for (long served = 0; served < count && !stop_.load(std::memory_order_relaxed);) {
             if (!wait_byte())
                 continue;
-            node *n;
-            {
-                std::lock_guard<std::mutex> hold(mutex_);
-                n = list_.take();
-            }
+            node *n = fifo_.take();
             if (!n)
                 continue;
             h(n->cmd, n->data, ctx);
@@ -203,8 +233,7 @@ public:
         for (;;) {
             if (!wait_byte())
                 continue;
-            std::lock_guard<std::mutex> hold(mutex_);
-            if (node *n = list_.take()) {
+            if (node *n = fifo_.take()) {
                 free(n);
                 return;
             }
@@ -225,8 +254,7 @@ private:
         return read(fds_[1], &byte, 1) == 1;
     }
     int fds_[2];
-    std::mutex mutex_;
-    node_list list_;
+    locked_fifo fifo_;
     std::atomic<bool> stop_{false};
 };
 
@@ -247,16 +275,7 @@ public:
     }
     void push(uint64_t cmd, const void *data)
     {
-        for (;;) {
-            {
-                std::lock_guard<std::mutex> hold(mutex_);
-                if (list_.count() < kCapacity) {
-                    list_.append(make_node(cmd, data));
-                    break;
-                }
-            }
-            sched_yield();
-        }
+        fifo_.append_when_room(cmd, data, [] {});
         uv_async_send(&async_);
     }
     void serve(long count, handler h, void *ctx)
@@ -280,23 +299,11 @@ private:
     static void on_async(uv_async_t *async)
     {
         auto *self = static_cast<uv_channel *>(async->data);
-        for (;;) {
-            node *n;
-            {
-                std::lock_guard<std::mutex> hold(self->mutex_);
-                n = self->list_.take();
-            }
-            if (!n)
-                return;
-            self->h_(n->cmd, n->data, self->ctx_);
-            free(n);
-            ++self->served_;
-        }
+        self->served_ += self->fifo_.drain(self->h_, self->ctx_);
     }
     uv_loop_t loop_;
     uv_async_t async_;
-    std::mutex mutex_;
-    node_list list_;
+    locked_fifo fifo_;
     handler h_ = nullptr;
     void *ctx_ = nullptr;
     long target_ = 0;
@@ -322,16 +329,7 @@ public:
     }
     void push(uint64_t cmd, const void *data)
     {
-        for (;;) {
-            {
-                std::lock_guard<std::mutex> hold(mutex_);
-                if (list_.count() < kCapacity) {
-                    list_.append(make_node(cmd, data));
-                    break;
-                }
-            }
-            sched_yield();
-        }
+        fifo_.append_when_room(cmd, data, [] {});
         const uint64_t one = 1;
         if (write(efd_, &one, sizeof one) != sizeof one)
             abort();
@@ -345,18 +343,7 @@ public:
             uint64_t n_events;
             if (read(efd_, &n_events, sizeof n_events) != sizeof n_events)
                 continue;
-            for (;;) {
-                node *n;
-                {
-                    std::lock_guard<std::mutex> hold(mutex_);
-                    n = list_.take();
-                }
-                if (!n)
-                    break;
-                h(n->cmd, n->data, ctx);
-                free(n);
-                ++served;
-            }
+            served += fifo_.drain(h, ctx);
         }
     }
     void wait_one() { serve(1, [](uint64_t, const void *, void *) {}, nullptr); }
@@ -365,8 +352,7 @@ public:
 private:
     int efd_;
     int ep_;
-    std::mutex mutex_;
-    node_list list_;
+    locked_fifo fifo_;
     std::atomic<bool> stop_{false};
 };
 

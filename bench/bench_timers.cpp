@@ -103,51 +103,47 @@ int on_fd_timer(int, uint64_t i)
     return 0;
 }
 
-void BM_ServiceListTimers(benchmark::State &state)
+// Runs `timers` service timers of one type for kRunMs; prepare(i, period)
+// sets up probe i just before its timer starts.
+template <typename Prepare>
+void run_service_timers(benchmark::State &state, uint8_t type, vxu_tmr_cb cb, Prepare prepare)
 {
     const int timers = static_cast<int>(state.range(0));
     vxu_tmr_init();
-    samples s;
     for (auto _ : state) {
         std::vector<int> ids;
         for (int i = 0; i < timers; ++i) {
-            const int id = vxu_tmr_create(VXU_TMR_TYPE_LIST);
-            g_list[i] = {&s, now_us(CLOCK_MONOTONIC) + int64_t{period_of(timers, i)} * 1000,
-                         period_of(timers, i)};
-            vxu_tmr_set(id, period_of(timers, i), 1, on_list_timer, static_cast<uint64_t>(i));
-            vxu_tmr_start(id);
+            const int id = vxu_tmr_create(type);
             ids.push_back(id);
+            prepare(i, period_of(timers, i));
+            vxu_tmr_set(id, period_of(timers, i), 1, cb, static_cast<uint64_t>(i));
+            if (vxu_tmr_start(id) != 0) {
+                state.SkipWithError("timer refused (CLOCK_BOOTTIME_ALARM needs CAP_WAKE_ALARM)");
+                break;
+            }
         }
         vxu_os_wait(kRunMs / 1000, (kRunMs % 1000) * 1000);
         for (int id : ids)
             vxu_tmr_delete(id);
         vxu_os_wait(0, 100000);
     }
+}
+
+void BM_ServiceListTimers(benchmark::State &state)
+{
+    samples s;
+    run_service_timers(state, VXU_TMR_TYPE_LIST, on_list_timer, [&s](int i, uint32_t ms) {
+        g_list[i] = {&s, now_us(CLOCK_MONOTONIC) + int64_t{ms} * 1000, ms};
+    });
     s.report(state);
 }
 
 void BM_ServiceDescriptorTimers(benchmark::State &state)
 {
-    const int timers = static_cast<int>(state.range(0));
-    vxu_tmr_init();
     samples s;
-    for (auto _ : state) {
-        std::vector<int> ids;
-        for (int i = 0; i < timers; ++i) {
-            const int id = vxu_tmr_create(VXU_TMR_TYPE_FD);
-            g_fd[i] = {&s, {now_us(CLOCK_BOOTTIME), int64_t{period_of(timers, i)} * 1000}};
-            vxu_tmr_set(id, period_of(timers, i), 1, on_fd_timer, static_cast<uint64_t>(i));
-            if (vxu_tmr_start(id) != 0) {
-                state.SkipWithError("timer descriptors on CLOCK_BOOTTIME_ALARM refused");
-                return;
-            }
-            ids.push_back(id);
-        }
-        vxu_os_wait(kRunMs / 1000, (kRunMs % 1000) * 1000);
-        for (int id : ids)
-            vxu_tmr_delete(id);
-        vxu_os_wait(0, 100000);
-    }
+    run_service_timers(state, VXU_TMR_TYPE_FD, on_fd_timer, [&s](int i, uint32_t ms) {
+        g_fd[i] = {&s, {now_us(CLOCK_BOOTTIME), int64_t{ms} * 1000}};
+    });
     s.report(state);
 }
 

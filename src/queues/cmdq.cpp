@@ -4,6 +4,7 @@
 #include <limits.h>
 #include <stddef.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <vxutil/frame.h>
 #include <vxutil/queues.h>
@@ -11,11 +12,11 @@
 #include "common/fd_set_bounds.hpp"
 #include "common/list.hpp"
 #include "common/mutex_lock.hpp"
+#include "common/waking_queue.hpp"
 #include "common/wakeup_pair.hpp"
 
 namespace {
 
-constexpr int kDefaultCapacity = 100;
 constexpr int kHeaderSize = static_cast<int>(sizeof(vxu_cmdq_item));
 
 vxu_cmdq_item *item_of(vxu_list_link *link)
@@ -31,17 +32,7 @@ VXU_API int vxu_cmdq_init(vxu_cmdq *q, int max_items)
 {
     if (!q)
         return -1;
-    memset(q, 0, sizeof *q);
-    vxu::list_init(&q->items);
-    q->wfd = q->rfd = -1;  // a zero would name standard input
-    if (vxu_mutex_init(&q->mutex, "cmdq") != 0)
-        return -1;
-    q->max_items = max_items < 1 ? kDefaultCapacity : max_items;
-    int fds[2];
-    vxu::open_wakeup_pair(fds, true, q->max_items);
-    q->wfd = fds[0];
-    q->rfd = fds[1];
-    return 0;
+    return vxu::init_waking_queue(q, &q->items, &q->max_items, max_items, "cmdq", true);
 }
 
 VXU_API int vxu_cmdq_cmd_push(vxu_cmdq *q, uint64_t cmd, const void *data, int len)

@@ -8,6 +8,7 @@
 #include "common/list.hpp"
 #include "common/mutex_lock.hpp"
 #include "common/wakeup_pair.hpp"
+#include "timers/timer_id.hpp"
 #include "timers/tmr_service.hpp"
 
 namespace {
@@ -32,14 +33,6 @@ int with_timer(const char *func, int id, Op &&op)
     if (!t)
         return -2;
     return op(ctx, t);
-}
-
-int next_id(vxu_tmr_ctx *ctx)
-{
-    ctx->last_id = static_cast<int>(static_cast<unsigned>(ctx->last_id) + 1u);
-    if (ctx->last_id <= 0)
-        ctx->last_id = 1;
-    return ctx->last_id;
 }
 
 }  // namespace
@@ -85,7 +78,7 @@ VXU_API int vxu_tmr_create(uint8_t type)
     auto *t = static_cast<vxu_tmr *>(_vxu_mem_alloc("vxu_tmr_create", __LINE__, sizeof(vxu_tmr)));
     if (!t)
         return -1;
-    t->id = next_id(ctx);
+    t->id = next_timer_id(&ctx->last_id);
     t->type = type;
     t->fd = -1;
     vxu::list_insert_after(&ctx->idle_list, &t->link);

@@ -11,14 +11,15 @@
 #include "common/fd_set_bounds.hpp"
 #include "common/list.hpp"
 #include "common/mutex_lock.hpp"
+#include "common/waking_queue.hpp"
 #include "common/wakeup_pair.hpp"
 #include "timers/due_time.hpp"
+#include "timers/timer_id.hpp"
 
 namespace {
 
 using vxu::timers::record_of;
 
-constexpr int kDefaultCapacity = 100;
 constexpr long kIdleWaitSec = 2;
 
 vxu_tmrq_item *find_timer(vxu_tmrq *q, int id)
@@ -29,15 +30,6 @@ vxu_tmrq_item *find_timer(vxu_tmrq *q, int id)
             return item;
     }
     return nullptr;
-}
-
-int next_id(vxu_tmrq *q)
-{
-    // Wraps to 1 past the largest int, computed without signed overflow.
-    q->last_id = static_cast<int>(static_cast<unsigned>(q->last_id) + 1u);
-    if (q->last_id <= 0)
-        q->last_id = 1;
-    return q->last_id;
 }
 
 }  // namespace
@@ -61,17 +53,7 @@ VXU_API int vxu_tmrq_init(vxu_tmrq *q, int max_timers)
     if (vxu_com_get_uptime(&sec, &usec) != 0)
         return -1;
     printf("curr boot time : sec=%d, usec=%d\n", static_cast<int>(sec), static_cast<int>(usec));
-    memset(q, 0, sizeof *q);
-    vxu::list_init(&q->timers);
-    q->wfd = q->rfd = -1;  // a zero would name standard input
-    if (vxu_mutex_init(&q->mutex, "tmrq") != 0)
-        return -1;
-    q->max_timers = max_timers < 1 ? kDefaultCapacity : max_timers;
-    int fds[2];
-    vxu::open_wakeup_pair(fds, false, q->max_timers);
-    q->wfd = fds[0];
-    q->rfd = fds[1];
-    return 0;
+    return vxu::init_waking_queue(q, &q->timers, &q->max_timers, max_timers, "tmrq", false);
 }
 
 VXU_API int vxu_tmrq_tmr_add(vxu_tmrq *q, uint64_t param1, uint64_t param2, uint32_t param3,
@@ -89,7 +71,7 @@ VXU_API int vxu_tmrq_tmr_add(vxu_tmrq *q, uint64_t param1, uint64_t param2, uint
     item->param1 = param1;
     item->param2 = param2;
     item->param3 = param3;
-    item->id = next_id(q);
+    item->id = vxu::timers::next_timer_id(&q->last_id);
     item->interval_ms = interval_ms;
     item->repeat = repeat;
     vxu::timers::arm_after(item, interval_ms);
