@@ -98,7 +98,7 @@ TEST(Tmrq, PullDeliversOneDueTimerPerCall)
     while (order.size() < 4 && (item = t.pull_next(3000))) {
         order.push_back(item->id);
         EXPECT_EQ(0, vxu_tmrq_item_free(&t.q, item));
-        if (item->id == repeating && order.size() == 2) {
+        if (order.back() == repeating && order.size() == 2) {
             EXPECT_EQ(1, vxu_tmrq_tmr_is_exist(&t.q, repeating)) << "not released, back in the list";
             EXPECT_EQ(0, vxu_tmrq_tmr_set(&t.q, repeating, 0, 0, 0, 400, 0));
         }
