@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <limits.h>
+#include <stddef.h>
 #include <string.h>
 #include <sys/ioctl.h>
 
@@ -147,7 +148,9 @@ TEST(Cmdq, QueueWithoutAPairRefusesToWait)
             vxu_cmdq_item *item;
             EXPECT_EQ(-1, vxu_cmdq_pull(&q, 5000, &item)) << "must not wait";
             EXPECT_EQ(-1, vxu_cmdq_cmd_push(&q, 1, nullptr, 0)) << "queued, nobody woken";
-            EXPECT_NE(&q.items, q.items.next);
+            ASSERT_NE(&q.items, q.items.next);
+            vxu_cmdq_item_free(&q, reinterpret_cast<vxu_cmdq_item *>(
+                                       reinterpret_cast<char *>(q.items.next) - offsetof(vxu_cmdq_item, link)));
         });
     }
 }

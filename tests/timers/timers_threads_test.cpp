@@ -50,7 +50,7 @@ struct tracked {
 };
 
 constexpr size_t kMostTimers = 1 << 16;
-std::vector<tracked> g_timers(kMostTimers);
+std::vector<tracked> &g_timers = *new std::vector<tracked>(kMostTimers);  // outlives exit
 std::atomic<size_t> g_next{0};
 std::atomic<int> g_bad_results{0};
 

@@ -51,7 +51,8 @@ private:
     std::vector<firing> log_;
 };
 
-inline firing_log g_log;
+// Never destroyed: the service thread may still fire while the process exits.
+inline firing_log &g_log = *new firing_log;
 
 inline int record_firing(int id, uint64_t arg)
 {
