@@ -208,12 +208,12 @@ void BM_BareTimerfdSelect(benchmark::State &state)
         for (int i = 0; i < timers; ++i) {
             const int fd = timerfd_create(CLOCK_MONOTONIC, 0);
             const uint32_t ms = period_of(timers, i);
-            struct itimerspec spec;
-            spec.it_value.tv_sec = ms / 1000;
-            spec.it_value.tv_nsec = (ms % 1000) * 1000000L;
-            spec.it_interval = spec.it_value;
+            struct itimerspec period;
+            period.it_value.tv_sec = ms / 1000;
+            period.it_value.tv_nsec = (ms % 1000) * 1000000L;
+            period.it_interval = period.it_value;
             grids.push_back({now_us(CLOCK_MONOTONIC), int64_t{ms} * 1000});
-            timerfd_settime(fd, 0, &spec, nullptr);
+            timerfd_settime(fd, 0, &period, nullptr);
             fds.push_back(fd);
         }
         const int64_t end = now_us(CLOCK_MONOTONIC) + int64_t{kRunMs} * 1000;

@@ -37,11 +37,11 @@ void move_to_front(vxu_list_link *head, vxu_tmr *t)
 
 struct itimerspec every(uint32_t ms)
 {
-    struct itimerspec spec;
-    spec.it_value.tv_sec = ms / 1000u;
-    spec.it_value.tv_nsec = static_cast<long>(ms % 1000u) * 1000000L;
-    spec.it_interval = spec.it_value;
-    return spec;
+    struct itimerspec period;
+    period.it_value.tv_sec = ms / 1000u;
+    period.it_value.tv_nsec = static_cast<long>(ms % 1000u) * 1000000L;
+    period.it_interval = period.it_value;
+    return period;
 }
 
 // A blocking CLOCK_BOOTTIME_ALARM descriptor that the thread can select on.
@@ -78,8 +78,8 @@ int start_timer(vxu_tmr_ctx *ctx, vxu_tmr *t, bool wake)
             if (t->fd < 0)
                 return -1;
         }
-        const struct itimerspec spec = every(t->interval_ms);
-        timerfd_settime(t->fd, 0, &spec, nullptr);
+        const struct itimerspec period = every(t->interval_ms);
+        timerfd_settime(t->fd, 0, &period, nullptr);
         move_to_front(&ctx->fd_list, t);
     } else {
         list_unlink(&t->link);
