@@ -93,9 +93,9 @@ VXU_API int vxu_tmrq_tmr_del(vxu_tmrq *q, int id)
     vxu::mutex_lock hold(&q->mutex, "vxu_tmrq_tmr_del", __LINE__);
     if (vxu_tmrq_item *item = find_timer(q, id)) {
         vxu::list_unlink(&item->link);
+        // No wake-up byte: a pull sleeping towards this timer wakes at its
+        // old due time and computes a new wait from the head then.
         _vxu_mem_free("vxu_tmrq_tmr_del", __LINE__, item);
-        // A pull sleeping towards this timer recomputes its wait now.
-        vxu::post_wakeup(q->wfd);
     }
     return 0;
 }

@@ -32,13 +32,22 @@ uint64_t pull_woken_by(vxu_tmrq *q, Change change)
     return vxu_com_get_uptime_ms() - start;
 }
 
-TEST(TmrqThreads, AddSetAndDeleteWakeASleepingPull)
+TEST(TmrqThreads, AddAndSetWakeASleepingPull)
 {
     tmrq_test::queue t(0);
     // An empty queue sleeps 2 s, a far timer 60 s: each change ends it at once.
     EXPECT_LT(pull_woken_by(&t.q, [&] { vxu_tmrq_tmr_add(&t.q, 0, 0, 0, 60000, 0); }), 1500u);
     EXPECT_LT(pull_woken_by(&t.q, [&] { vxu_tmrq_tmr_set(&t.q, 1, 0, 0, 0, 50000, 0); }), 1500u);
-    EXPECT_LT(pull_woken_by(&t.q, [&] { vxu_tmrq_tmr_del(&t.q, 1); }), 1500u);
+
+    // A delete writes no wake-up byte: the pull sleeps on to the deleted
+    // timer's due time, then finds the list empty.
+    ASSERT_EQ(0, vxu_tmrq_tmr_set(&t.q, 1, 0, 0, 0, 700, 0));
+    vxu_tmrq_item *item = nullptr;
+    ASSERT_EQ(0, vxu_tmrq_pull(&t.q, &item)) << "drains the set's wake-up byte";
+    const uint64_t slept = pull_woken_by(&t.q, [&] { vxu_tmrq_tmr_del(&t.q, 1); });
+    EXPECT_GE(slept, 500u);
+    EXPECT_LT(slept, 5000u);
+    EXPECT_EQ(0, vxu_tmrq_tmr_is_exist(&t.q, 1));
 }
 
 // The churn: per timer, whether its delete returned and what fired after.
