@@ -12,9 +12,10 @@ JOBS       ?= $(shell nproc)
 # Debian packages the build, the tests and the benchmarks need.
 DEB_PACKAGES = cmake make g++ pkg-config binutils iproute2 util-linux procps \
                libgtest-dev libgmock-dev libbenchmark-dev libevent-dev libuv1-dev \
-               libadns1-dev dnsmasq-base clang libclang-rt-14-dev lcov valgrind
+               libadns1-dev dnsmasq-base clang libclang-rt-14-dev lcov valgrind \
+               abigail-tools doxygen
 
-.PHONY: deps deps-aarch64 configure build demo test test-asan test-tsan test-aarch64 test-valgrind coverage fuzz-long bench install clean
+.PHONY: deps deps-aarch64 configure build demo test test-asan test-tsan test-aarch64 test-valgrind coverage abi-update fuzz-long bench install clean
 
 deps:
 	@missing=$$(for p in $(DEB_PACKAGES); do \
@@ -95,6 +96,12 @@ coverage: deps
 	find $(COV_BUILD) -name '*.gcda' -delete
 	cd $(COV_BUILD) && ctest -j $(JOBS) -L unit > ctest.log || { tail -30 ctest.log; exit 1; }
 	cmake/coverage-report.sh $(COV_BUILD) $(CURDIR) 90
+
+# Records the library's ABI after an intended change (checked by the abi_guard test).
+abi-update: build
+	abidw --headers-dir include/vxutil --no-corpus-path --out-file abi/libvxutil.abi \
+	  $(BUILD)/src/libvxutil.so
+	@echo "recorded abi/libvxutil.abi; commit it with the change"
 
 # Longer fuzzing: every target for ten minutes (FUZZ_SECONDS to change it).
 FUZZ_SECONDS ?= 600
