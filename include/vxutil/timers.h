@@ -86,7 +86,8 @@ VXU_API int vxu_tmrq_tmr_add(vxu_tmrq *q, uint64_t param1, uint64_t param2, uint
 VXU_API int vxu_tmrq_tmr_is_exist(vxu_tmrq *q, int id);
 
 /**
- * @brief Removes and releases a listed timer and wakes a sleeping pull.
+ * @brief Removes and releases a listed timer. Writes no wake-up byte: a pull
+ *        sleeping towards it wakes at its old due time.
  * @param q The queue.
  * @param id Timer identifier; an unknown one changes nothing.
  * @return 0; -1 when @p q is NULL.
