@@ -142,28 +142,91 @@ VXU_API void *dfifo_get(dfifo_ctx *ctx);
  */
 VXU_API int dfifo_put(dfifo_ctx *ctx, void *ptr);
 
-/* ---- System V message queues ---------------------------------------------
- * A queue is named by a key file and a project number (ftok); every process
+/* ---- System V message queues ------------------------------------------- */
+
+/*
+ * A queue is named by a key file and a project number (ftok): every process
  * using the same pair reaches the same queue, opened or created with
- * permissions 0766. log is the caller's logging handle, passed unchanged to
- * __vx_log with each failure line. Messages use the platform's layout: a
- * long type, then the payload; sizes count the payload only.
+ * permissions 0766. Queues are kernel objects: they outlive the processes
+ * and go only through vxu_msgq_deinit() (or a reboot). Messages use the
+ * platform's layout, a long type (above 0) then the payload; sizes count
+ * the payload only. Any thread of any process may call these; the kernel
+ * serialises them. Failures are logged on the calling thread through
+ * __vx_log (errno is kept for the caller); nothing is retried.
  */
 
-/* Creates the key file (mode 0766) when missing and opens or creates the
- * queue: its identifier (0 or more), or -1. */
+/**
+ * @brief Opens, or creates, the queue of a key file and project number.
+ *
+ * Creates the key file empty (mode 0766, less the umask) when it is
+ * missing. Logs each failure at level 1 and the success at level 4
+ * ("create message queue success <id>").
+ * @param log The caller's logging handle, passed unchanged to __vx_log.
+ * @param key_path Key file path.
+ * @param proj_id Project number, not 0; only its low 8 bits count (ftok).
+ * @return The queue identifier (0 or more), the same for every caller of
+ *         the pair; -1 when @p key_path is NULL, the key file cannot be
+ *         created, or ftok or msgget fails.
+ */
 VXU_API int vxu_msgq_init(void *log, const char *key_path, int proj_id);
-/* Removes the queue for every process: 0, or -1. log is not used. */
+
+/**
+ * @brief Removes a queue for every process; senders and receivers blocked
+ *        on it fail with EIDRM. Logs nothing. The key file stays.
+ * @param log Not used.
+ * @param msqid Queue identifier.
+ * @return 0 removed; -1 when the queue does not exist (removed already) or
+ *         may not be read or removed by this process.
+ */
 VXU_API int vxu_msgq_deinit(void *log, int msqid);
-/* Opens the queue into *msqid unless it already holds an identifier (>= 0);
- * the key file must exist. 0; -1 on failure (*msqid then holds msgget's
- * result when msgget was the call that failed). */
+
+/**
+ * @brief Opens the queue into @p *msqid unless it already holds an
+ *        identifier; preset the variable to -1 before the first call.
+ *
+ * Unlike vxu_msgq_init() the key file is not created (a missing one makes
+ * ftok fail); the queue itself is created when missing. Failures are logged
+ * at level 4.
+ * @param log The caller's logging handle, passed unchanged to __vx_log.
+ * @param msqid The caller's identifier variable.
+ * @param key_path Key file path.
+ * @param proj_id Project number, as given to vxu_msgq_init().
+ * @return 0 when @p *msqid was 0 or more already (nothing done) or is now
+ *         open; -1 when @p msqid is NULL, or ftok (missing key file, NULL
+ *         @p key_path) or msgget fails (@p *msqid then holds msgget's -1).
+ */
 VXU_API int vxu_msgq_get(void *log, int *msqid, const char *key_path, int proj_id);
-/* msgsnd: 0 sent, else msgsnd's result (-1). */
+
+/**
+ * @brief Sends one message (msgsnd).
+ * @param log The caller's logging handle, passed unchanged to __vx_log.
+ * @param msqid Queue identifier.
+ * @param msgp The message: a long type above 0, then the payload.
+ * @param msgsz Payload bytes.
+ * @param msgflg 0 blocks while the queue is full; IPC_NOWAIT fails at once
+ *               (EAGAIN).
+ * @return 0 sent; else msgsnd's result (-1), logged at level 4 with the
+ *         identifier, the result, the size, errno and its text.
+ */
 VXU_API int vxu_msgq_send(void *log, int msqid, const void *msgp, unsigned int msgsz,
                           int msgflg);
-/* msgrcv into a buffer with msgsz payload bytes: 0 received (the size is not
- * reported), -1 on failure (also an empty queue with IPC_NOWAIT). */
+
+/**
+ * @brief Receives one message (msgrcv). The received size is not reported:
+ *        use fixed-size messages or carry the length in the payload.
+ * @param log The caller's logging handle, passed unchanged to __vx_log.
+ * @param msqid Queue identifier.
+ * @param msgp Receives the message: a long type, then the payload.
+ * @param msgsz Payload capacity of @p msgp.
+ * @param msgtyp 0: the oldest message; above 0: the oldest of that type;
+ *               below 0: the lowest type up to its absolute value.
+ * @param msgflg 0 blocks until a message comes; e.g. IPC_NOWAIT,
+ *               MSG_NOERROR.
+ * @return 0 received; -1 on failure, logged at level 1: also no message
+ *         with IPC_NOWAIT (ENOMSG), an interrupting signal (EINTR), a
+ *         message longer than @p msgsz without MSG_NOERROR (E2BIG) or a
+ *         negative @p msgsz.
+ */
 VXU_API int vxu_msgq_recv(void *log, int msqid, void *msgp, int msgsz, long msgtyp,
                           int msgflg);
 
