@@ -13,9 +13,9 @@ JOBS       ?= $(shell nproc)
 DEB_PACKAGES = cmake make g++ pkg-config binutils iproute2 util-linux procps \
                libgtest-dev libgmock-dev libbenchmark-dev libevent-dev libuv1-dev \
                libadns1-dev dnsmasq-base clang libclang-rt-14-dev lcov valgrind \
-               abigail-tools doxygen
+               abigail-tools doxygen python3 gnuplot-nox
 
-.PHONY: deps deps-aarch64 configure build demo test test-asan test-tsan test-aarch64 test-valgrind coverage abi-update fuzz-long bench install clean
+.PHONY: deps deps-aarch64 configure build demo test test-asan test-tsan test-aarch64 test-valgrind coverage abi-update fuzz-long bench bench-build bench-summary install clean
 
 deps:
 	@missing=$$(for p in $(DEB_PACKAGES); do \
@@ -108,9 +108,15 @@ FUZZ_SECONDS ?= 600
 fuzz-long: deps
 	fuzz/run.sh $(FUZZ_SECONDS)
 
-bench: deps
+bench-build: deps
 	cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DVXU_BUILD_BENCH=ON -DVXU_BUILD_TESTS=OFF
 	cmake --build $(BUILD)-bench -j $(JOBS)
+
+# Reruns every benchmark; rewrites bench/README.md's table and bench/ratios.png.
+bench-summary: bench-build
+	python3 bench/summarize.py $(BUILD)-bench/bench
+
+bench: bench-build
 	for b in $(BUILD)-bench/bench/vxu_bench_*; do echo "== $$b"; ./$$b; done
 
 install: build
