@@ -190,12 +190,19 @@ void adopt_orphans() { ASSERT_EQ(0, prctl(PR_SET_CHILD_SUBREAPER, 1)); }
 
 int wait_adopted(pid_t pid)
 {
-    int status = -1;
-    for (pid_t got; (got = wait(&status)) != pid;) {
+    for (int i = 0; i < 2000; ++i) {  // twenty seconds
+        int status = 0;
+        const pid_t got = waitpid(-1, &status, WNOHANG);
+        if (got == pid)
+            return status;
         if (got < 0 && errno != EINTR)
             return -1;
+        if (got == 0)
+            usleep(10000);
     }
-    return status;
+    kill(pid, SIGKILL);  // leave no stuck daemon behind
+    waitpid(pid, nullptr, 0);
+    return -1;
 }
 
 void run_with_reaper(const std::function<void()> &body)

@@ -85,8 +85,9 @@ private:
     std::vector<int> held_;
 };
 
-// Makes this process adopt its orphaned descendants, and waits for one of
-// them (the daemon pid) to end, reaping whatever else ends meanwhile.
+// Makes this process adopt its orphaned descendants, and waits up to twenty
+// seconds for one of them (the daemon pid) to end, reaping whatever else
+// ends meanwhile; its wait status, or -1 after killing it.
 void adopt_orphans();
 int wait_adopted(pid_t pid);
 
