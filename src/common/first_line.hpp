@@ -15,13 +15,14 @@
 namespace vxu {
 
 // Returns the length kept in buf (0 when the file is empty), or -1 when the
-// file cannot be opened; a read error keeps what arrived before it.
-inline ssize_t read_first_line(const char *path, char *buf, size_t size)
+// file cannot be opened; a read error keeps what arrived before it. A
+// relative path is taken from the directory dir_fd (openat).
+inline ssize_t read_first_line(const char *path, char *buf, size_t size, int dir_fd = AT_FDCWD)
 {
     if (size == 0)
         return -1;
     buf[0] = '\0';
-    const unique_fd fd(::open(path, O_RDONLY | O_CLOEXEC));
+    const unique_fd fd(::openat(dir_fd, path, O_RDONLY | O_CLOEXEC));
     if (!fd)
         return -1;
     size_t used = 0;

@@ -42,13 +42,14 @@ VXU_API int vexmar_check_process_by_name(const char *name)
         // Non-numeric directories drop out below: they hold no cmdline.
         if (entry->d_type != DT_DIR || entry->d_name[0] == '.')
             continue;
-        // A name too long for the path buffer is no process either.
+        // Taken from the open /proc, which spares a path walk per process. A
+        // name too long for the path buffer is no process either.
         char path[kCmdlinePathSize];
-        if (!vxu::format_into(path, sizeof path, "/proc/%s/cmdline", entry->d_name))
+        if (!vxu::format_into(path, sizeof path, "%s/cmdline", entry->d_name))
             continue;
         // An empty command line (a kernel thread) has no first argument.
         char cmdline[kCmdlineSize];
-        if (vxu::read_first_line(path, cmdline, sizeof cmdline) <= 0)
+        if (vxu::read_first_line(path, cmdline, sizeof cmdline, dirfd(proc)) <= 0)
             continue;
         if (first_argument_matches(cmdline, name)) {
             rc = 0;
