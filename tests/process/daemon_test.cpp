@@ -18,6 +18,7 @@ const std::string kProbeName = "vxu_process_probe";
 
 TEST(StartDaemon, DaemonIsDetachedOnDevNullWithSplitWordsAndCallerMask)
 {
+    SKIP_UNDER_EMULATION(kGuestExec);
     run_with_reaper([] {
         temp_dir dir;
         direct_probes_to(dir.file("record"));
@@ -45,6 +46,7 @@ TEST(StartDaemon, DaemonIsDetachedOnDevNullWithSplitWordsAndCallerMask)
 
 TEST(StartDaemon, CommandLineIsCutAt29WordsAnd255Characters)
 {
+    SKIP_UNDER_EMULATION(kGuestExec);
     run_with_reaper([] {
         temp_dir dir;
         direct_probes_to(dir.file("record"));
@@ -72,6 +74,7 @@ TEST(StartDaemon, CommandLineIsCutAt29WordsAnd255Characters)
 
 TEST(StartDaemon, BareNameRunsFromTheWorkingDirectory)
 {
+    SKIP_UNDER_EMULATION(kGuestExec);
     run_with_reaper([] {
         temp_dir dir;
         direct_probes_to(dir.file("record"));
@@ -86,6 +89,7 @@ TEST(StartDaemon, BareNameRunsFromTheWorkingDirectory)
 
 TEST(StartDaemon, UnrunnableCommandLinesEndWith255)
 {
+    SKIP_UNDER_EMULATION(kSubreaper);
     EXPECT_IN_CHILD([] {
         adopt_orphans();
         unchanged_fds_and_mask guard;
@@ -99,15 +103,22 @@ TEST(StartDaemon, UnrunnableCommandLinesEndWith255)
     });
 }
 
-TEST(StartDaemon, FailuresLeaveSlotFdsAndMaskAlone)
+TEST(StartDaemon, PipeFailureLeavesSlotFdsAndMaskAlone)
 {
     EXPECT_IN_CHILD([] {
         int pid = 4711;
-        {
-            no_free_descriptors full;
-            unchanged_fds_and_mask guard;
-            EXPECT_EQ(-2, vxu_com_start_daemon(&pid, "/bin/true"));
-        }
+        no_free_descriptors full;
+        unchanged_fds_and_mask guard;
+        EXPECT_EQ(-2, vxu_com_start_daemon(&pid, "/bin/true"));
+        EXPECT_EQ(4711, pid);
+    });
+}
+
+TEST(StartDaemon, ForkFailureLeavesSlotFdsAndMaskAlone)
+{
+    SKIP_UNDER_EMULATION(kSeccomp);
+    EXPECT_IN_CHILD([] {
+        int pid = 4711;
         unchanged_fds_and_mask guard;
         fail_forks();
         EXPECT_EQ(-3, vxu_com_start_daemon(&pid, "/bin/true"));
@@ -117,6 +128,7 @@ TEST(StartDaemon, FailuresLeaveSlotFdsAndMaskAlone)
 
 TEST(StartDaemon, LostReportGivesMinusOneInsteadOfHanging)
 {
+    SKIP_UNDER_EMULATION(kSeccomp);
     run_with_reaper([] {
         int ends[2];
         ASSERT_EQ(0, pipe(ends));  // the launcher's pipe will get the same numbers
@@ -132,6 +144,7 @@ TEST(StartDaemon, LostReportGivesMinusOneInsteadOfHanging)
 
 TEST(Kill, ChecksTheExecutableThenSignals)
 {
+    SKIP_UNDER_EMULATION(kGuestExec);
     EXPECT_IN_CHILD([] {
         adopt_orphans();
         temp_dir dir;
@@ -158,6 +171,7 @@ TEST(Kill, ChecksTheExecutableThenSignals)
 
 TEST(Kill, NoSignalForIdsWithoutAProcess)
 {
+    SKIP_UNDER_EMULATION(kSeccomp);
     EXPECT_IN_CHILD([] {
         fail_syscalls({SYS_kill}, EPERM);  // a kill that gets through shows as -1
         EXPECT_EQ(-3, vxu_com_kill(0, nullptr, 1));

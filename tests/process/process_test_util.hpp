@@ -2,6 +2,7 @@
 // its record, forced system-call failures, adopted daemons.
 #pragma once
 
+#include <stdlib.h>
 #include <sys/types.h>
 
 #include <functional>
@@ -14,7 +15,23 @@
 
 #include "common/test_support.hpp"
 
+#ifndef SKIP_UNDER_EMULATION
+// Skips the current test under user-mode emulation (VXU_TEST_EMULATOR names
+// the emulator); what names the facility the emulator lacks.
+#define SKIP_UNDER_EMULATION(what)                                                                 \
+    do {                                                                                           \
+        const char *emu_ = getenv("VXU_TEST_EMULATOR");                                           \
+        if (emu_ && *emu_)                                                                         \
+            GTEST_SKIP() << emu_ << " does not emulate " << (what);                                \
+    } while (0)
+#endif
+
 namespace vxu_test {
+
+// What the tests that need real processes skip for under emulation.
+constexpr const char *kGuestExec = "execve of guest programs";
+constexpr const char *kSeccomp = "seccomp filters";
+constexpr const char *kSubreaper = "child subreapers";
 
 // A fresh directory under /tmp, removed with everything in it.
 class temp_dir {
