@@ -54,6 +54,20 @@ void BM_PosixSpawnShTrue(benchmark::State &state)
 }
 BENCHMARK(BM_PosixSpawnShTrue)->Unit(benchmark::kMillisecond);
 
+// The floor of any fork-based runner: fork, exec, waitpid and nothing else.
+void BM_ForkExecShTrue(benchmark::State &state)
+{
+    for (auto _ : state) {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            execl("/bin/sh", "sh", "-c", "true", static_cast<char *>(nullptr));
+            _exit(127);
+        }
+        waitpid(pid, nullptr, 0);
+    }
+}
+BENCHMARK(BM_ForkExecShTrue)->Unit(benchmark::kMillisecond);
+
 void BM_ComSystemTrue(benchmark::State &state)
 {
     for (auto _ : state)
