@@ -107,6 +107,20 @@ pid_t start_probe(const std::vector<std::string> &argv, const std::string &recor
     return pid;
 }
 
+running_probe::running_probe(const std::vector<std::string> &argv)
+    : pid(start_probe(argv, dir.file("record")))
+{
+    EXPECT_GT(pid, 0) << "the probe did not start";
+}
+
+running_probe::~running_probe()
+{
+    if (pid > 0) {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+    }
+}
+
 std::set<int> blocked_signals()
 {
     sigset_t mask;
@@ -174,7 +188,9 @@ void kill_writers_to(int fd)
 
 no_free_descriptors::no_free_descriptors()
 {
-    const rlimit limit = {64, 64};
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = 64;  // the hard limit stays: valgrind refuses to move it
     EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
     for (int fd; (fd = open("/dev/null", O_RDONLY)) >= 0;)
         held_.push_back(fd);

@@ -26,6 +26,17 @@
     } while (0)
 #endif
 
+#ifndef SKIP_UNDER_VALGRIND
+// Skips the current test when the suite runs under valgrind
+// (VXU_TEST_UNDER_VALGRIND set), which does not allow what.
+#define SKIP_UNDER_VALGRIND(what)                                                                  \
+    do {                                                                                           \
+        const char *vg_ = getenv("VXU_TEST_UNDER_VALGRIND");                                       \
+        if (vg_ && *vg_ && *vg_ != '0')                                                            \
+            GTEST_SKIP() << "valgrind does not allow " << (what);                                  \
+    } while (0)
+#endif
+
 namespace vxu_test {
 
 // What the tests that need real processes skip for under emulation.
@@ -68,6 +79,17 @@ void direct_probes_to(const std::string &path, bool wait = false);
 // Starts the probe as a child with this argument vector and waits for its
 // record; 0 when it did not start.
 pid_t start_probe(const std::vector<std::string> &argv, const std::string &record);
+
+// A waiting probe started under argv, killed and reaped at scope exit.
+struct running_probe {
+    explicit running_probe(const std::vector<std::string> &argv);
+    ~running_probe();
+    running_probe(const running_probe &) = delete;
+    running_probe &operator=(const running_probe &) = delete;
+
+    temp_dir dir;
+    pid_t pid;
+};
 
 std::set<int> blocked_signals();  // the calling thread's mask
 
