@@ -11,6 +11,7 @@
 
 #include <vxutil/process.h>
 
+#include "common/coverage_flush.hpp"
 #include "common/unique_fd.hpp"
 #include "process/blocked_signals.hpp"
 #include "process/child_descriptors.hpp"
@@ -21,6 +22,12 @@ namespace {
 constexpr int kArgvSize = 30;  // 29 words and the terminating null entry
 constexpr size_t kPidTextSize = 32;
 constexpr int kNotExecuted = 255;
+
+[[noreturn]] void end_child(int status)
+{
+    vxu::flush_coverage_counters();
+    _exit(status);
+}
 
 const char *base_name(const char *path)
 {
@@ -67,12 +74,13 @@ __attribute__((format(printf, 1, 0), noreturn)) void become_daemon(
     vsnprintf(line, sizeof line, fmt, ap);
     char *path = split_words(line, argv);
     if (!path)
-        _exit(kNotExecuted);
+        end_child(kNotExecuted);
     attach_to_dev_null();
     setsid();
     signals.restore_in_child();
+    vxu::flush_coverage_counters();
     execv(path, argv);
-    _exit(kNotExecuted);
+    end_child(kNotExecuted);
 }
 
 // The intermediate child: forks the daemon, reports its id (or -1) as
@@ -91,7 +99,7 @@ __attribute__((format(printf, 3, 0), noreturn)) void launch_and_report(
     const ssize_t written = write(report_fd, text, static_cast<size_t>(len));
     (void)written;
     close(report_fd);
-    _exit(0);
+    end_child(0);
 }
 
 // Reads the intermediate child's report: the daemon's id, or -1 when the

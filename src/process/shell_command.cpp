@@ -9,6 +9,7 @@
 
 #include <vxutil/process.h>
 
+#include "common/coverage_flush.hpp"
 #include "process/blocked_signals.hpp"
 #include "process/child_descriptors.hpp"
 #include "process/command_size.hpp"
@@ -22,6 +23,7 @@ __attribute__((format(printf, 1, 0), noreturn)) void run_shell_in_child(
     vsnprintf(command, sizeof command, fmt, ap);
     vxu::process::reset_child_descriptors();
     signals.restore_in_child();
+    vxu::flush_coverage_counters();
     execl("/bin/sh", "sh", "-c", command, static_cast<char *>(nullptr));
     // exit, not _exit: what the child inherited to flush and run at exit
     // belongs to it now.
