@@ -125,6 +125,7 @@ __attribute__((format(printf, 2, 0))) int start_daemon(int *pid, const char *fmt
     vxu::unique_fd write_end(ends[1]);
     const vxu::process::all_signals_blocked signals;
     const pid_t child = fork();
+    // Both pipe ends are closed before the saved mask comes back.
     if (child < 0) {
         read_end.reset();
         write_end.reset();
