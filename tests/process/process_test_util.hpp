@@ -15,28 +15,6 @@
 
 #include "common/test_support.hpp"
 
-#ifndef SKIP_UNDER_EMULATION
-// Skips the current test under user-mode emulation (VXU_TEST_EMULATOR names
-// the emulator); what names the facility the emulator lacks.
-#define SKIP_UNDER_EMULATION(what)                                                                 \
-    do {                                                                                           \
-        const char *emu_ = getenv("VXU_TEST_EMULATOR");                                           \
-        if (emu_ && *emu_)                                                                         \
-            GTEST_SKIP() << emu_ << " does not emulate " << (what);                                \
-    } while (0)
-#endif
-
-#ifndef SKIP_UNDER_VALGRIND
-// Skips the current test when the suite runs under valgrind
-// (VXU_TEST_UNDER_VALGRIND set), which does not allow what.
-#define SKIP_UNDER_VALGRIND(what)                                                                  \
-    do {                                                                                           \
-        const char *vg_ = getenv("VXU_TEST_UNDER_VALGRIND");                                       \
-        if (vg_ && *vg_ && *vg_ != '0')                                                            \
-            GTEST_SKIP() << "valgrind does not allow " << (what);                                  \
-    } while (0)
-#endif
-
 namespace vxu_test {
 
 // What the tests that need real processes skip for under emulation.
