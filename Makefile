@@ -1,5 +1,6 @@
 # Thin wrapper over CMake for the two everyday commands:
-#   make demo   installs what is missing, builds, runs the example
+#   make demo   installs what is missing, builds, runs the example daemon
+#               and its client through a short scripted session
 #   make test   installs what is missing, builds, runs every test, then
 #               runs the whole suite again under ASan and UBSan, and the
 #               concurrency tests under TSan
@@ -35,7 +36,7 @@ build: configure
 	cmake --build $(BUILD) -j $(JOBS)
 
 demo: build
-	./$(BUILD)/examples/vxu_demo
+	examples/session.sh $(BUILD)/examples
 
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -L unit

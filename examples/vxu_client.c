@@ -24,12 +24,13 @@ int main(int argc, char **argv)
     for (i = 2; i < argc && used < sizeof command; i++)
         used += (size_t)snprintf(command + used, sizeof command - used, "%s%s", i > 2 ? " " : "",
                                  argv[i]);
+    printf("[client] > %s\n", command);
+    fflush(stdout);
     fd = vxu_net_ipc_client(argv[1]);
     if (fd < 0) {
         printf("[client] %s: no daemon there\n", argv[1]);
         return 1;
     }
-    printf("[client] > %s\n", command);
     if (vxu_net_send(fd, command, (int)strlen(command)) != 0 ||
         (n = vxu_net_recv(fd, reply, (int)sizeof reply - 1)) <= 0) {
         printf("[client] no answer\n");

@@ -144,10 +144,13 @@ static pid_t start_peer(void)
     return pid;
 }
 
-/* Called on each tick: answers the peer's message once it has arrived. */
+/* Called on each tick until the peer's message has arrived and been
+ * answered (an empty queue is logged as a receive failure). */
 static void poll_messages(void)
 {
     struct demo_msg m;
+    if (d.messages > 0)
+        return;
     memset(&m, 0, sizeof m);
     if (vxu_msgq_recv(NULL, d.msgq_id, &m, (int)sizeof m.text, MSG_HELLO, IPC_NOWAIT) != 0)
         return;
