@@ -289,7 +289,11 @@ public:
             uv_run(&loop_, UV_RUN_ONCE);
         }
     }
-    void wait_one() { serve(1, [](uint64_t, const void *, void *) {}, nullptr); }
+    void wait_one()
+    {
+        serve(
+            1, [](uint64_t, const void *, void *) {}, nullptr);
+    }
     void stop()
     {
         stop_ = true;
@@ -347,7 +351,11 @@ public:
             served += fifo_.drain(h, ctx);
         }
     }
-    void wait_one() { serve(1, [](uint64_t, const void *, void *) {}, nullptr); }
+    void wait_one()
+    {
+        serve(
+            1, [](uint64_t, const void *, void *) {}, nullptr);
+    }
     void stop() { stop_ = true; }
 
 private:
@@ -365,7 +373,8 @@ double process_cpu_us()
 {
     struct rusage ru;
     getrusage(RUSAGE_SELF, &ru);
-    return (ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) * 1e6 + ru.ru_utime.tv_usec + ru.ru_stime.tv_usec;
+    return (ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) * 1e6 + ru.ru_utime.tv_usec +
+           ru.ru_stime.tv_usec;
 }
 
 template <typename Channel>
@@ -416,27 +425,28 @@ void BM_PingPong(benchmark::State &state)
         there.push(i++, payload);
         back.wait_one();
     }
-    state.counters["cpu_us_per_trip"] = (process_cpu_us() - cpu_start) / static_cast<double>(state.iterations());
+    state.counters["cpu_us_per_trip"] =
+        (process_cpu_us() - cpu_start) / static_cast<double>(state.iterations());
     there.stop();
     loop.join();
 }
 
-#define CMDQ_BENCH(name, channel)                                                          \
-    BENCHMARK_TEMPLATE(BM_Throughput, channel)                                             \
-        ->Name("Throughput/" name)                                                         \
-        ->ArgName("cpus")                                                                  \
-        ->Arg(1)                                                                           \
-        ->Arg(2)                                                                           \
-        ->Iterations(5)                                                                    \
-        ->UseRealTime()                                                                    \
-        ->Unit(benchmark::kMillisecond);                                                   \
-    BENCHMARK_TEMPLATE(BM_PingPong, channel)                                               \
-        ->Name("PingPong/" name)                                                           \
-        ->ArgName("cpus")                                                                  \
-        ->Arg(1)                                                                           \
-        ->Arg(2)                                                                           \
-        ->MinTime(1.0)                                                                     \
-        ->UseRealTime()                                                                    \
+#define CMDQ_BENCH(name, channel)                                                                  \
+    BENCHMARK_TEMPLATE(BM_Throughput, channel)                                                     \
+        ->Name("Throughput/" name)                                                                 \
+        ->ArgName("cpus")                                                                          \
+        ->Arg(1)                                                                                   \
+        ->Arg(2)                                                                                   \
+        ->Iterations(5)                                                                            \
+        ->UseRealTime()                                                                            \
+        ->Unit(benchmark::kMillisecond);                                                           \
+    BENCHMARK_TEMPLATE(BM_PingPong, channel)                                                       \
+        ->Name("PingPong/" name)                                                                   \
+        ->ArgName("cpus")                                                                          \
+        ->Arg(1)                                                                                   \
+        ->Arg(2)                                                                                   \
+        ->MinTime(1.0)                                                                             \
+        ->UseRealTime()                                                                            \
         ->Unit(benchmark::kMicrosecond)
 
 CMDQ_BENCH("vxu_cmdq+loop", vxu_channel);

@@ -98,7 +98,10 @@ void plain_round_trips(benchmark::State &state, bool check_exists)
 }
 
 void BM_IpcRoundTrip_Plain(benchmark::State &state) { plain_round_trips(state, false); }
-void BM_IpcRoundTrip_PlainWithExistenceTest(benchmark::State &state) { plain_round_trips(state, true); }
+void BM_IpcRoundTrip_PlainWithExistenceTest(benchmark::State &state)
+{
+    plain_round_trips(state, true);
+}
 
 const in_addr kV4 = {htonl(0xc0a80afe)};  // 192.168.10.254
 
@@ -220,8 +223,8 @@ void BM_TextToMac_Plain(benchmark::State &state)
     unsigned v[6];
     uint8_t mac[6];
     for (auto _ : state) {
-        benchmark::DoNotOptimize(
-            sscanf(kMacText, "%02x:%02x:%02x:%02x:%02x:%02x", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5]));
+        benchmark::DoNotOptimize(sscanf(kMacText, "%02x:%02x:%02x:%02x:%02x:%02x", &v[0], &v[1],
+                                        &v[2], &v[3], &v[4], &v[5]));
         for (int i = 0; i < 6; ++i)
             mac[i] = static_cast<uint8_t>(v[i]);
         benchmark::DoNotOptimize(mac);

@@ -47,8 +47,8 @@ void reap_finished()
 
 void BM_PosixSpawnShTrue(benchmark::State &state)
 {
-    char *argv[] = {const_cast<char *>("sh"), const_cast<char *>("-c"),
-                    const_cast<char *>("true"), nullptr};
+    char *argv[] = {const_cast<char *>("sh"), const_cast<char *>("-c"), const_cast<char *>("true"),
+                    nullptr};
     for (auto _ : state)
         spawn_and_wait("/bin/sh", argv, false);
 }
@@ -111,9 +111,15 @@ void BM_ForkCleanUp(benchmark::State &state)
 }
 void library_clean_up(long bound) { vxu::process::reset_child_descriptors(bound); }
 BENCHMARK_TEMPLATE(BM_ForkCleanUp, close_loop)
-    ->Arg(1024)->Arg(20000)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
+    ->Arg(1024)
+    ->Arg(20000)
+    ->Arg(1 << 20)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK_TEMPLATE(BM_ForkCleanUp, library_clean_up)
-    ->Arg(1024)->Arg(20000)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
+    ->Arg(1024)
+    ->Arg(20000)
+    ->Arg(1 << 20)
+    ->Unit(benchmark::kMillisecond);
 
 void BM_CheckProcessByName(benchmark::State &state)
 {

@@ -28,7 +28,10 @@ int64_t now_us(clockid_t clock)
     return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
 }
 
-uint32_t period_of(int timers, int i) { return timers == 1 ? 10u : 10u + static_cast<uint32_t>(i % 10) * 10u; }
+uint32_t period_of(int timers, int i)
+{
+    return timers == 1 ? 10u : 10u + static_cast<uint32_t>(i % 10) * 10u;
+}
 
 // Lateness samples in microseconds, written by one firing thread at a time.
 class samples {
@@ -241,8 +244,15 @@ void BM_BareTimerfdSelect(benchmark::State &state)
     s.report(state);
 }
 
-#define LATENESS_BENCH(fn, name) \
-    BENCHMARK(fn)->Name(name)->ArgName("timers")->Arg(1)->Arg(50)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond)
+#define LATENESS_BENCH(fn, name)                                                                   \
+    BENCHMARK(fn)                                                                                  \
+        ->Name(name)                                                                               \
+        ->ArgName("timers")                                                                        \
+        ->Arg(1)                                                                                   \
+        ->Arg(50)                                                                                  \
+        ->Iterations(1)                                                                            \
+        ->UseRealTime()                                                                            \
+        ->Unit(benchmark::kMillisecond)
 
 LATENESS_BENCH(BM_ServiceListTimers, "Lateness/vxu_list_timers");
 LATENESS_BENCH(BM_ServiceDescriptorTimers, "Lateness/vxu_descriptor_timers");

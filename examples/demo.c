@@ -10,8 +10,8 @@
 #include <vxutil/vxutil.h>
 
 struct worker {
-    int fd;      /* sending end of the socket pair */
-    int lines;   /* how many lines to send */
+    int fd;    /* sending end of the socket pair */
+    int lines; /* how many lines to send */
 };
 
 /* Worker thread: sends one line every 100 ms, then hangs up. */

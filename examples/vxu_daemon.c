@@ -37,10 +37,10 @@
 
 /* Commands handed to the loop thread through the command queue. */
 enum command {
-    CMD_WORK = 1,     /* from the worker thread */
-    CMD_TICK = 2,     /* from a timer-service list timer */
-    CMD_ALARM = 3,    /* from a timer-service timer descriptor */
-    CMD_TMRQ = 4      /* from the timer-queue puller thread */
+    CMD_WORK = 1,  /* from the worker thread */
+    CMD_TICK = 2,  /* from a timer-service list timer */
+    CMD_ALARM = 3, /* from a timer-service timer descriptor */
+    CMD_TMRQ = 4   /* from the timer-queue puller thread */
 };
 
 struct paths {
@@ -194,10 +194,7 @@ static void on_command(int fd, int events, void *arg)
     vxu_cmdq_item_free(&d.cmds, item);
 }
 
-static void answer(int fd, const char *text)
-{
-    vxu_net_send(fd, text, (int)strlen(text));
-}
+static void answer(int fd, const char *text) { vxu_net_send(fd, text, (int)strlen(text)); }
 
 static void handle_request(int fd, char *request)
 {
@@ -259,9 +256,11 @@ static void on_accept(int fd, int events, void *arg)
 static int make_paths(const char *dir)
 {
     struct paths *p = &d.paths;
-    return snprintf(p->sock, sizeof p->sock, "%s/%s.sock", dir, DAEMON_NAME) >= (int)sizeof p->sock ||
+    return snprintf(p->sock, sizeof p->sock, "%s/%s.sock", dir, DAEMON_NAME) >=
+               (int)sizeof p->sock ||
            snprintf(p->pid, sizeof p->pid, "%s/%s.pid", dir, DAEMON_NAME) >= (int)sizeof p->pid ||
-           snprintf(p->lock, sizeof p->lock, "%s/%s.lock", dir, DAEMON_NAME) >= (int)sizeof p->lock ||
+           snprintf(p->lock, sizeof p->lock, "%s/%s.lock", dir, DAEMON_NAME) >=
+               (int)sizeof p->lock ||
            snprintf(p->key, sizeof p->key, "%s/%s.key", dir, DAEMON_NAME) >= (int)sizeof p->key;
 }
 
@@ -307,13 +306,11 @@ int main(int argc, char **argv)
     }
     mkdir("/tmp/vx_flags", 0755);
     vxu_com_add_flag_file(DAEMON_NAME);
-    say("started as pid %d (thread %d); pid file %s", (int)getpid(), vxu_com_gettid(),
-        d.paths.pid);
+    say("started as pid %d (thread %d); pid file %s", (int)getpid(), vxu_com_gettid(), d.paths.pid);
 
     d.msgq_id = vxu_msgq_init(NULL, d.paths.key, 'v');
     d.ipc_fd = vxu_net_ipc_server(d.paths.sock);
-    if (vxu_loop_init(0) != 0 || vxu_cmdq_init(&d.cmds, 0) != 0 || d.ipc_fd < 0 ||
-        d.msgq_id < 0 ||
+    if (vxu_loop_init(0) != 0 || vxu_cmdq_init(&d.cmds, 0) != 0 || d.ipc_fd < 0 || d.msgq_id < 0 ||
         vxu_loop_add(vxu_cmdq_get_fd(&d.cmds), VXU_LOOP_EV_READ, on_command, NULL) != 0 ||
         vxu_loop_add(d.ipc_fd, VXU_LOOP_EV_READ, on_accept, NULL) != 0 || start_timers() != 0 ||
         !vxu_thread_create(worker_main, NULL)) {

@@ -70,10 +70,10 @@ inline unsigned hex_nibble(char c)
 
 }  // namespace vxu_fuzz
 
-#define FUZZ_CHECK(cond)                                                            \
-    do {                                                                            \
-        if (!(cond)) {                                                              \
-            fprintf(stderr, "%s:%d: property failed: %s\n", __FILE__, __LINE__, #cond); \
-            abort();                                                                \
-        }                                                                           \
+#define FUZZ_CHECK(cond)                                                                           \
+    do {                                                                                           \
+        if (!(cond)) {                                                                             \
+            fprintf(stderr, "%s:%d: property failed: %s\n", __FILE__, __LINE__, #cond);            \
+            abort();                                                                               \
+        }                                                                                          \
     } while (0)

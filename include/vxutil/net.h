@@ -60,8 +60,8 @@ VXU_API int vexmar_create_tcp_server(const char *local_ip, uint16_t port, int ba
  *         socket's pending error) or @p timeout_sec is negative (EINVAL).
  */
 VXU_API int vexmar_create_tcp_client(const char *local_ip, uint16_t local_port,
-                                     const char *remote_ip, uint16_t remote_port,
-                                     uint8_t blocking, int timeout_sec);
+                                     const char *remote_ip, uint16_t remote_port, uint8_t blocking,
+                                     int timeout_sec);
 
 /**
  * @brief Creates a Unix stream socket listening at @p path.

@@ -12,7 +12,7 @@
 /* Lets the compiler check the formats handed to the command runners. */
 #ifndef VXU_PRINTF_FORMAT
 #if defined(__GNUC__)
-#define VXU_PRINTF_FORMAT(fmt_index, first_arg) \
+#define VXU_PRINTF_FORMAT(fmt_index, first_arg)                                                    \
     __attribute__((format(printf, fmt_index, first_arg)))
 #else
 #define VXU_PRINTF_FORMAT(fmt_index, first_arg)

@@ -208,8 +208,7 @@ VXU_API int vxu_msgq_get(void *log, int *msqid, const char *key_path, int proj_i
  * @return 0 sent; else msgsnd's result (-1), logged at level 4 with the
  *         identifier, the result, the size, errno and its text.
  */
-VXU_API int vxu_msgq_send(void *log, int msqid, const void *msgp, unsigned int msgsz,
-                          int msgflg);
+VXU_API int vxu_msgq_send(void *log, int msqid, const void *msgp, unsigned int msgsz, int msgflg);
 
 /**
  * @brief Receives one message (msgrcv). The received size is not reported:
@@ -227,8 +226,7 @@ VXU_API int vxu_msgq_send(void *log, int msqid, const void *msgp, unsigned int m
  *         message longer than @p msgsz without MSG_NOERROR (E2BIG) or a
  *         negative @p msgsz.
  */
-VXU_API int vxu_msgq_recv(void *log, int msqid, void *msgp, int msgsz, long msgtyp,
-                          int msgflg);
+VXU_API int vxu_msgq_recv(void *log, int msqid, void *msgp, int msgsz, long msgtyp, int msgflg);
 
 VXU_END_DECLS
 

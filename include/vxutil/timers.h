@@ -106,8 +106,8 @@ VXU_API int vxu_tmrq_tmr_del(vxu_tmrq *q, int id);
  * @return 0; 1 no timer with @p id; -1 when @p q is NULL or the wake-up byte
  *         was not written (the timer is re-armed all the same).
  */
-VXU_API int vxu_tmrq_tmr_set(vxu_tmrq *q, int id, uint64_t param1, uint64_t param2,
-                             uint32_t param3, uint32_t interval_ms, uint32_t repeat);
+VXU_API int vxu_tmrq_tmr_set(vxu_tmrq *q, int id, uint64_t param1, uint64_t param2, uint32_t param3,
+                             uint32_t interval_ms, uint32_t repeat);
 
 /**
  * @brief Delivers the earliest due timer, or waits until one may be due.

@@ -22,7 +22,7 @@ inline size_t copy_bounded(char *dst, size_t size, const char *src)
 
 // snprintf into a fixed buffer; false when the text did not fit (or failed).
 __attribute__((format(printf, 3, 4))) inline bool format_into(char *dst, size_t size,
-                                                               const char *fmt, ...)
+                                                              const char *fmt, ...)
 {
     va_list ap;
     va_start(ap, fmt);

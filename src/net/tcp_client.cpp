@@ -51,8 +51,8 @@ bool set_nonblocking(int fd)
 extern "C" {
 
 VXU_API int vexmar_create_tcp_client(const char *local_ip, uint16_t local_port,
-                                     const char *remote_ip, uint16_t remote_port,
-                                     uint8_t blocking, int timeout_sec)
+                                     const char *remote_ip, uint16_t remote_port, uint8_t blocking,
+                                     int timeout_sec)
 {
     if (!remote_ip)
         return -1;

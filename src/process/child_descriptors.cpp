@@ -21,8 +21,8 @@ void close_from(int first, long bound)
     if (bound <= first)
         return;
 #ifdef SYS_close_range
-    if (syscall(SYS_close_range, static_cast<unsigned>(first),
-                static_cast<unsigned>(bound - 1), 0u) == 0)
+    if (syscall(SYS_close_range, static_cast<unsigned>(first), static_cast<unsigned>(bound - 1),
+                0u) == 0)
         return;
 #endif
     for (long fd = first; fd < bound; ++fd)

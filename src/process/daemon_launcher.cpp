@@ -65,8 +65,8 @@ void attach_to_dev_null()
         close(null_fd);
 }
 
-__attribute__((format(printf, 1, 0), noreturn)) void become_daemon(
-    const char *fmt, va_list ap, const vxu::process::all_signals_blocked &signals)
+__attribute__((format(printf, 1, 0), noreturn)) void
+become_daemon(const char *fmt, va_list ap, const vxu::process::all_signals_blocked &signals)
 {
     char *argv[kArgvSize] = {};
     vxu::process::reset_child_descriptors();
@@ -85,9 +85,9 @@ __attribute__((format(printf, 1, 0), noreturn)) void become_daemon(
 
 // The intermediate child: forks the daemon, reports its id (or -1) as
 // decimal text and ends.
-__attribute__((format(printf, 3, 0), noreturn)) void launch_and_report(
-    int report_fd, int unused_fd, const char *fmt, va_list ap,
-    const vxu::process::all_signals_blocked &signals)
+__attribute__((format(printf, 3, 0), noreturn)) void
+launch_and_report(int report_fd, int unused_fd, const char *fmt, va_list ap,
+                  const vxu::process::all_signals_blocked &signals)
 {
     const pid_t daemon = fork();
     if (daemon == 0)

@@ -60,7 +60,7 @@ __attribute__((format(printf, 1, 0))) int run_with_closed_input(const char *fmt,
 }
 
 __attribute__((format(printf, 3, 0))) int run_capturing(char *buf, int len, const char *fmt,
-                                                       va_list ap)
+                                                        va_list ap)
 {
     if (len < 0)
         return -1;

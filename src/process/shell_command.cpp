@@ -16,8 +16,8 @@
 
 namespace {
 
-__attribute__((format(printf, 1, 0), noreturn)) void run_shell_in_child(
-    const char *fmt, va_list ap, const vxu::process::all_signals_blocked &signals)
+__attribute__((format(printf, 1, 0), noreturn)) void
+run_shell_in_child(const char *fmt, va_list ap, const vxu::process::all_signals_blocked &signals)
 {
     char command[vxu::process::kCommandSize];
     vsnprintf(command, sizeof command, fmt, ap);

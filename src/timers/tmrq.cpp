@@ -100,8 +100,8 @@ VXU_API int vxu_tmrq_tmr_del(vxu_tmrq *q, int id)
     return 0;
 }
 
-VXU_API int vxu_tmrq_tmr_set(vxu_tmrq *q, int id, uint64_t param1, uint64_t param2,
-                             uint32_t param3, uint32_t interval_ms, uint32_t repeat)
+VXU_API int vxu_tmrq_tmr_set(vxu_tmrq *q, int id, uint64_t param1, uint64_t param2, uint32_t param3,
+                             uint32_t interval_ms, uint32_t repeat)
 {
     if (!q)
         return -1;

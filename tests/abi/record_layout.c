@@ -9,7 +9,7 @@
 #include <vxutil/vxutil.h>
 
 #define M sizeof(pthread_mutex_t)
-#define LAYOUT(type, field, offset) \
+#define LAYOUT(type, field, offset)                                                                \
     _Static_assert(offsetof(type, field) == (offset), #type "." #field " moved")
 #define SIZE(type, size) _Static_assert(sizeof(type) == (size), #type " changed size")
 
@@ -112,7 +112,4 @@ LAYOUT(vxu_v2n_t, value, 0);
 LAYOUT(vxu_v2n_t, name, 8);
 SIZE(vxu_v2n_t, 16);
 
-int main(void)
-{
-    return 0;
-}
+int main(void) { return 0; }

@@ -27,7 +27,8 @@ public:
         if (rl.rlim_cur > rl.rlim_max || setrlimit(RLIMIT_NOFILE, &rl) != 0)
             return;
         int fd;
-        while ((fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0 && (first_free == 0 || fd < first_free))
+        while ((fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0 &&
+               (first_free == 0 || fd < first_free))
             taken_.push_back(fd);
         if (fd >= 0)
             close(fd);

@@ -62,10 +62,7 @@ bool under_valgrind()
     return flag && *flag && *flag != '0';
 }
 
-socket_pair::socket_pair()
-{
-    EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, fd));
-}
+socket_pair::socket_pair() { EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, fd)); }
 
 socket_pair::~socket_pair()
 {

@@ -47,18 +47,18 @@ bool under_valgrind();
 
 // Skips the current test under user-mode emulation; what names the facility
 // the emulator lacks, e.g. "RLIMIT_AS for the guest".
-#define SKIP_UNDER_EMULATION(what)                                                     \
-    do {                                                                               \
-        if (const char *emu_ = ::vxu_test::emulator())                                 \
-            GTEST_SKIP() << emu_ << " does not emulate " << (what);                    \
+#define SKIP_UNDER_EMULATION(what)                                                                 \
+    do {                                                                                           \
+        if (const char *emu_ = ::vxu_test::emulator())                                             \
+            GTEST_SKIP() << emu_ << " does not emulate " << (what);                                \
     } while (0)
 
 // Skips the current test under valgrind, which refuses what names: e.g.
 // "raising RLIMIT_NOFILE" (it keeps the top descriptors for itself).
-#define SKIP_UNDER_VALGRIND(what)                                                      \
-    do {                                                                               \
-        if (::vxu_test::under_valgrind())                                              \
-            GTEST_SKIP() << "valgrind does not allow " << (what);                      \
+#define SKIP_UNDER_VALGRIND(what)                                                                  \
+    do {                                                                                           \
+        if (::vxu_test::under_valgrind())                                                          \
+            GTEST_SKIP() << "valgrind does not allow " << (what);                                  \
     } while (0)
 
 #define EXPECT_IN_CHILD(...) EXPECT_EQ(0, ::vxu_test::run_in_child(__VA_ARGS__))

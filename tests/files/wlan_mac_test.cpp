@@ -34,13 +34,13 @@ int run_in_firmware_sandbox(const std::function<void()> &body)
     });
 }
 
-#define EXPECT_IN_FIRMWARE_SANDBOX(...)                                                  \
-    do {                                                                                 \
-        const int status_ = run_in_firmware_sandbox(__VA_ARGS__);                        \
-        if (status_ == kRefused)                                                         \
-            GTEST_SKIP() << "no private mount namespace with a tmpfs on /lib/firmware " \
-                            "(needs CAP_SYS_ADMIN and an existing /lib/firmware)";       \
-        EXPECT_EQ(0, status_);                                                           \
+#define EXPECT_IN_FIRMWARE_SANDBOX(...)                                                            \
+    do {                                                                                           \
+        const int status_ = run_in_firmware_sandbox(__VA_ARGS__);                                  \
+        if (status_ == kRefused)                                                                   \
+            GTEST_SKIP() << "no private mount namespace with a tmpfs on /lib/firmware "            \
+                            "(needs CAP_SYS_ADMIN and an existing /lib/firmware)";                 \
+        EXPECT_EQ(0, status_);                                                                     \
     } while (0)
 
 void make_dir()
@@ -104,8 +104,9 @@ TEST(WlanMacFile, ReaderChecksTheFirstLine)
         const uint8_t want[6] = {0xab, 0xcd, 0xef, 0x01, 0x23, 0x45};
         uint8_t mac[6] = {};
         // Lower-case digits, no end marker, and trailing bytes are all fine.
-        for (const char *good : {"Intf0MacAddress=abcdef012345\nEND\n",
-                                 "Intf0MacAddress=aBcDeF012345", "Intf0MacAddress=abcdef01234567\n"}) {
+        for (const char *good :
+             {"Intf0MacAddress=abcdef012345\nEND\n", "Intf0MacAddress=aBcDeF012345",
+              "Intf0MacAddress=abcdef01234567\n"}) {
             put_file(good);
             memset(mac, 0, sizeof mac);
             EXPECT_EQ(0, vexmar_wlan_mac_bin_read(mac)) << good;
@@ -115,9 +116,10 @@ TEST(WlanMacFile, ReaderChecksTheFirstLine)
         const uint8_t sentinel[6] = {1, 2, 3, 4, 5, 6};
         // Another key (interface 1, or the key in other letter case), eleven
         // digits, blanks or a prefix that scanf alone would take, no line.
-        for (const char *bad : {"Intf1MacAddress=abcdef012345\n", "intf0MacAddress=abcdef012345\n",
-                                "Intf0MacAddress=abcdef01234\nEND\n", "Intf0MacAddress= abcdef012345\n",
-                                "Intf0MacAddress=0xcdef012345\n", ""}) {
+        for (const char *bad :
+             {"Intf1MacAddress=abcdef012345\n", "intf0MacAddress=abcdef012345\n",
+              "Intf0MacAddress=abcdef01234\nEND\n", "Intf0MacAddress= abcdef012345\n",
+              "Intf0MacAddress=0xcdef012345\n", ""}) {
             put_file(bad);
             memcpy(mac, sentinel, sizeof mac);
             EXPECT_EQ(-1, vexmar_wlan_mac_bin_read(mac)) << '"' << bad << '"';

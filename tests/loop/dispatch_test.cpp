@@ -187,8 +187,8 @@ TEST(LoopRun, SetBoundsLimitWhatIsWatched)
 
 // Callback state for the registry-changing tests.
 struct mutate {
-    int victim = -1;          // entry to remove from inside the callback
-    int newcomer = -1;        // descriptor to add from inside the callback
+    int victim = -1;    // entry to remove from inside the callback
+    int newcomer = -1;  // descriptor to add from inside the callback
     bool remove_self = false;
 };
 

@@ -32,7 +32,10 @@ void make_veths()
         skip_child("cannot create veth pairs");
 }
 
-std::string ip_link(const char *dev) { return vxu_net_test::shell_output(std::string("ip -o link show dev ") + dev); }
+std::string ip_link(const char *dev)
+{
+    return vxu_net_test::shell_output(std::string("ip -o link show dev ") + dev);
+}
 
 // Flags as the kernel reports them, read without the library.
 short kernel_flags(const char *dev)

@@ -22,10 +22,14 @@ using vxu_net_test::skip_child;
 using vxu_net_test::stdout_capture;
 using vxu_test::fd_leak_check;
 
-bool contains(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+bool contains(const std::string &text, const std::string &part)
+{
+    return text.find(part) != std::string::npos;
+}
 
 // Replaces an /etc file for this mount namespace only.
-void mount_over(const char *target, const std::string &dir, const char *name, const std::string &text)
+void mount_over(const char *target, const std::string &dir, const char *name,
+                const std::string &text)
 {
     const std::string file = dir + "/" + name;
     vxu_net_test::write_file(file, text);
@@ -156,13 +160,16 @@ TEST(AdnsResolver, AgainstALocalServer)
 
         // sortlist decides which record comes first in the answer.
         in_addr out = untouched;
-        EXPECT_EQ(0, vexmar_resolver_dns("nameserver 127.0.0.1\nsortlist 10.1.1.2/32\n", "two.test", &out));
+        EXPECT_EQ(0, vexmar_resolver_dns("nameserver 127.0.0.1\nsortlist 10.1.1.2/32\n", "two.test",
+                                         &out));
         EXPECT_EQ("10.1.1.2", dotted(out));
-        EXPECT_EQ(0, vexmar_resolver_dns("nameserver 127.0.0.1\nsortlist 10.1.1.1/32\n", "two.test", &out));
+        EXPECT_EQ(0, vexmar_resolver_dns("nameserver 127.0.0.1\nsortlist 10.1.1.1/32\n", "two.test",
+                                         &out));
         EXPECT_EQ("10.1.1.1", dotted(out));
 
         out = untouched;
-        EXPECT_EQ(0, vexmar_resolver_dns("nameserver 127.0.0.1", "six.test", &out)) << "no A record";
+        EXPECT_EQ(0, vexmar_resolver_dns("nameserver 127.0.0.1", "six.test", &out))
+            << "no A record";
         EXPECT_EQ(untouched.s_addr, out.s_addr);
         EXPECT_EQ(0, vexmar_resolver_dns("nameserver 127.0.0.1", "missing.test", &out));
         EXPECT_EQ(untouched.s_addr, out.s_addr);

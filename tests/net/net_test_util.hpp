@@ -57,11 +57,11 @@ private:
 
 }  // namespace vxu_net_test
 
-#define EXPECT_IN_NETNS(...)                                                                   \
-    do {                                                                                       \
-        const int netns_status_ = ::vxu_net_test::run_in_netns(__VA_ARGS__);                   \
-        if (netns_status_ == ::vxu_net_test::kSkipStatus)                                      \
-            GTEST_SKIP() << "this machine refused a private network namespace or its setup " \
-                            "(the child's reason is on stderr)";                               \
-        EXPECT_EQ(0, netns_status_);                                                           \
+#define EXPECT_IN_NETNS(...)                                                                       \
+    do {                                                                                           \
+        const int netns_status_ = ::vxu_net_test::run_in_netns(__VA_ARGS__);                       \
+        if (netns_status_ == ::vxu_net_test::kSkipStatus)                                          \
+            GTEST_SKIP() << "this machine refused a private network namespace or its setup "       \
+                            "(the child's reason is on stderr)";                                   \
+        EXPECT_EQ(0, netns_status_);                                                               \
     } while (0)

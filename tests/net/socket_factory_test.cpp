@@ -132,7 +132,8 @@ TEST(TcpFactories, TimedConnectOnDescriptorsBeyondTheSelectLimit)
         }
         for (int fd = 1100; fd > 1030; --fd)
             close(fd);
-        const int client = vexmar_create_tcp_client(nullptr, 0, "127.0.0.1", local_port_of(server), 0, 5);
+        const int client =
+            vexmar_create_tcp_client(nullptr, 0, "127.0.0.1", local_port_of(server), 0, 5);
         ASSERT_GE(client, 1024);
         const int peer = accept(server, nullptr, nullptr);
         EXPECT_GE(peer, 0);
@@ -214,7 +215,8 @@ TEST(UnixFactories, DatagramServerKeepsExistingFile)
     close(server);
 
     fd_leak_check leaks;
-    EXPECT_EQ(-1, vexmar_create_unix_udp_server(path.c_str())) << "the file of the last run is in the way";
+    EXPECT_EQ(-1, vexmar_create_unix_udp_server(path.c_str()))
+        << "the file of the last run is in the way";
     EXPECT_EQ(EADDRINUSE, errno);
     EXPECT_EQ(-1, vexmar_create_unix_udp_server(nullptr));
 }

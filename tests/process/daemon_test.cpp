@@ -36,8 +36,9 @@ TEST(StartDaemon, DaemonIsDetachedOnDevNullWithSplitWordsAndCallerMask)
         ASSERT_TRUE(rec);
         EXPECT_EQ(pid, rec->pid);
         EXPECT_EQ((std::vector<std::string>{kProbeName, "-a", "'x", "y'", "1"}), rec->args);
-        EXPECT_EQ((std::map<int, std::string>{{0, "/dev/null"}, {1, "/dev/null"}, {2, "/dev/null"}}),
-                  rec->fds);
+        EXPECT_EQ(
+            (std::map<int, std::string>{{0, "/dev/null"}, {1, "/dev/null"}, {2, "/dev/null"}}),
+            rec->fds);
         EXPECT_EQ(rec->pid, rec->sid) << "leads a session of its own";
         EXPECT_NE(getpid(), rec->ppid);
         EXPECT_EQ(std::set<int>{SIGUSR1}, rec->blocked) << "starts with the caller's mask";

@@ -23,8 +23,9 @@ struct queue {
     {
         for (vxu_list_link *l = q.items.next, *next; l != &q.items; l = next) {
             next = l->next;
-            vxu_cmdq_item_free(&q, reinterpret_cast<vxu_cmdq_item *>(
-                                       reinterpret_cast<char *>(l) - offsetof(vxu_cmdq_item, link)));
+            vxu_cmdq_item_free(&q,
+                               reinterpret_cast<vxu_cmdq_item *>(reinterpret_cast<char *>(l) -
+                                                                 offsetof(vxu_cmdq_item, link)));
         }
         close(q.wfd);
         close(q.rfd);
@@ -149,8 +150,9 @@ TEST(Cmdq, QueueWithoutAPairRefusesToWait)
             EXPECT_EQ(-1, vxu_cmdq_pull(&q, 5000, &item)) << "must not wait";
             EXPECT_EQ(-1, vxu_cmdq_cmd_push(&q, 1, nullptr, 0)) << "queued, nobody woken";
             ASSERT_NE(&q.items, q.items.next);
-            vxu_cmdq_item_free(&q, reinterpret_cast<vxu_cmdq_item *>(
-                                       reinterpret_cast<char *>(q.items.next) - offsetof(vxu_cmdq_item, link)));
+            vxu_cmdq_item_free(
+                &q, reinterpret_cast<vxu_cmdq_item *>(reinterpret_cast<char *>(q.items.next) -
+                                                      offsetof(vxu_cmdq_item, link)));
         });
     }
 }

@@ -25,7 +25,10 @@ struct payload {
     uint64_t check;  // catches torn or mixed-up copies
 };
 
-uint64_t check_of(uint32_t producer, uint32_t seq) { return (uint64_t{producer} << 40) ^ (seq * 0x9E3779B97F4A7C15ull); }
+uint64_t check_of(uint32_t producer, uint32_t seq)
+{
+    return (uint64_t{producer} << 40) ^ (seq * 0x9E3779B97F4A7C15ull);
+}
 
 struct consumer {
     vxu_cmdq q;

@@ -78,8 +78,18 @@ TEST(StrCompare, ResultsAndBadArguments)
 
 TEST(StrCase, FoldsOnlyAsciiLetters)
 {
-    EXPECT_EQ("AZ09 @[`{~\xE9\xFF" "AZ", run(vxu_str_toupper, "az09 @[`{~\xE9\xFF" "AZ", 32));
-    EXPECT_EQ("az09 @[`{~\xC9\xFF" "az", run(vxu_str_tolower, "AZ09 @[`{~\xC9\xFF" "az", 32));
+    EXPECT_EQ("AZ09 @[`{~\xE9\xFF"
+              "AZ",
+              run(vxu_str_toupper,
+                  "az09 @[`{~\xE9\xFF"
+                  "AZ",
+                  32));
+    EXPECT_EQ("az09 @[`{~\xC9\xFF"
+              "az",
+              run(vxu_str_tolower,
+                  "AZ09 @[`{~\xC9\xFF"
+                  "az",
+                  32));
     EXPECT_EQ("ABC", run(vxu_str_toupper, "abcdef", 4));
     EXPECT_EQ("", run(vxu_str_tolower, "ABC", 1));
     EXPECT_EQ("", run(vxu_str_toupper, "", 8));

@@ -5,13 +5,8 @@
 namespace {
 
 const vxu_v2n_t kStates[] = {
-    {0, "idle"},
-    {3, "dialing"},
-    {7, "online"},
-    {3, "dialing_again"},
-    {-1, "broken"},
-    {9, nullptr},
-    {11, "after_end"},
+    {0, "idle"},    {3, "dialing"}, {7, "online"},     {3, "dialing_again"},
+    {-1, "broken"}, {9, nullptr},   {11, "after_end"},
 };
 
 TEST(ValueName, ValueToName)

@@ -83,7 +83,8 @@ void churn(unsigned seed, bool with_descriptors, uint64_t end_ms)
     std::mt19937 rng(seed);
     auto pick = [&rng](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
     while (vxu_com_get_uptime_ms() < end_ms) {
-        const int id = vxu_tmr_create(with_descriptors && pick(3) == 0 ? VXU_TMR_TYPE_FD : VXU_TMR_TYPE_LIST);
+        const int id =
+            vxu_tmr_create(with_descriptors && pick(3) == 0 ? VXU_TMR_TYPE_FD : VXU_TMR_TYPE_LIST);
         if (id < 0) {  // the idle list is full for the moment
             sleep_ms(1);
             continue;
@@ -103,10 +104,18 @@ void churn(unsigned seed, bool with_descriptors, uint64_t end_ms)
         // delete would bring it back.
         for (int op = self_deleting ? 0 : pick(6); op > 0; --op) {
             switch (pick(4)) {
-            case 0: g_bad_results += vxu_tmr_stop(id) != 0; break;
-            case 1: g_bad_results += vxu_tmr_start(id) != 0; break;
-            case 2: g_bad_results += vxu_tmr_set(id, interval, 1, count_call, slot) != 0; break;
-            default: g_bad_results += vxu_tmr_status(id) < 0; break;
+            case 0:
+                g_bad_results += vxu_tmr_stop(id) != 0;
+                break;
+            case 1:
+                g_bad_results += vxu_tmr_start(id) != 0;
+                break;
+            case 2:
+                g_bad_results += vxu_tmr_set(id, interval, 1, count_call, slot) != 0;
+                break;
+            default:
+                g_bad_results += vxu_tmr_status(id) < 0;
+                break;
             }
             sleep_ms(pick(4));
         }
@@ -139,7 +148,8 @@ TEST(TmrThreads, FourThreadsChurnWhileTimersFire)
         for (size_t i = 0; i < made; ++i) {
             calls += g_timers[i].calls;
             EXPECT_LE(g_timers[i].calls_after_delete.load(), 1) << "beyond one under way";
-            EXPECT_EQ(-2, vxu_tmr_status(g_timers[i].id)) << "timer " << g_timers[i].id << " not released";
+            EXPECT_EQ(-2, vxu_tmr_status(g_timers[i].id))
+                << "timer " << g_timers[i].id << " not released";
         }
         EXPECT_GT(calls, 100);
         for (int i = 0; i < 20; ++i)

@@ -107,9 +107,9 @@ inline int started_list_timer(uint32_t interval_ms, uint64_t arg)
 
 }  // namespace tmr_test
 
-#define SKIP_WITHOUT_ALARM_TIMERS()                                                   \
-    do {                                                                              \
-        if (!tmr_test::alarm_timers_available())                                      \
-            GTEST_SKIP() << "timerfd on CLOCK_BOOTTIME_ALARM refused (errno " << errno \
-                         << "): needs CAP_WAKE_ALARM and alarm timer support";        \
+#define SKIP_WITHOUT_ALARM_TIMERS()                                                                \
+    do {                                                                                           \
+        if (!tmr_test::alarm_timers_available())                                                   \
+            GTEST_SKIP() << "timerfd on CLOCK_BOOTTIME_ALARM refused (errno " << errno             \
+                         << "): needs CAP_WAKE_ALARM and alarm timer support";                     \
     } while (0)

@@ -33,7 +33,8 @@ TEST(Tmrq, InitAddAndDueTimes)
     queue t(2);
     unsigned sec = 0, usec = 0;
     char nl = 0;
-    ASSERT_EQ(3, sscanf(t.printed.c_str(), "curr boot time : sec=%u, usec=%u%c", &sec, &usec, &nl)) << t.printed;
+    ASSERT_EQ(3, sscanf(t.printed.c_str(), "curr boot time : sec=%u, usec=%u%c", &sec, &usec, &nl))
+        << t.printed;
     EXPECT_EQ('\n', nl);
     EXPECT_LE(before / 1000000, sec);
     EXPECT_GE(before / 1000000 + 1, sec);
@@ -67,16 +68,19 @@ TEST(Tmrq, InitAddAndDueTimes)
     EXPECT_EQ(0, vxu_tmrq_tmr_is_exist(nullptr, 1));
     t.q.last_id = INT_MAX;
     EXPECT_EQ(1, vxu_tmrq_tmr_add(&t.q, 0, 0, 0, 10, 0));
-    EXPECT_EQ(4, t.pending_bytes()) << "a byte for each insertion (adds and sets), none for deletes";
+    EXPECT_EQ(4, t.pending_bytes())
+        << "a byte for each insertion (adds and sets), none for deletes";
 }
 
 TEST(Tmrq, InsertionSortsBehindEqualDueTimes)
 {
     queue t(0);
-    const uint32_t plan[][3] = {{1, 5, 500}, {2, 4, 999999}, {3, 5, 500}, {4, 5, 0}, {5, 6, 0}, {6, 4, 999999}};
+    const uint32_t plan[][3] = {{1, 5, 500}, {2, 4, 999999}, {3, 5, 500},
+                                {4, 5, 0},   {5, 6, 0},      {6, 4, 999999}};
     ASSERT_EQ(0, pthread_mutex_lock(&t.q.mutex));
     for (const auto &p : plan) {
-        auto *item = static_cast<vxu_tmrq_item *>(_vxu_mem_alloc("test", __LINE__, sizeof(vxu_tmrq_item)));
+        auto *item =
+            static_cast<vxu_tmrq_item *>(_vxu_mem_alloc("test", __LINE__, sizeof(vxu_tmrq_item)));
         item->id = static_cast<int>(p[0]);
         item->expire_sec = p[1];
         item->expire_usec = p[2];
@@ -99,7 +103,8 @@ TEST(Tmrq, PullDeliversOneDueTimerPerCall)
         order.push_back(item->id);
         EXPECT_EQ(0, vxu_tmrq_item_free(&t.q, item));
         if (order.back() == repeating && order.size() == 2) {
-            EXPECT_EQ(1, vxu_tmrq_tmr_is_exist(&t.q, repeating)) << "not released, back in the list";
+            EXPECT_EQ(1, vxu_tmrq_tmr_is_exist(&t.q, repeating))
+                << "not released, back in the list";
             EXPECT_EQ(0, vxu_tmrq_tmr_set(&t.q, repeating, 0, 0, 0, 400, 0));
         }
     }

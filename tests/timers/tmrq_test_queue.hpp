@@ -37,7 +37,8 @@ struct queue {
     }
     static vxu_tmrq_item *of(vxu_list_link *l)
     {
-        return reinterpret_cast<vxu_tmrq_item *>(reinterpret_cast<char *>(l) - offsetof(vxu_tmrq_item, link));
+        return reinterpret_cast<vxu_tmrq_item *>(reinterpret_cast<char *>(l) -
+                                                 offsetof(vxu_tmrq_item, link));
     }
     vxu_tmrq_item *item(int index)
     {
