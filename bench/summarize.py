@@ -66,7 +66,8 @@ def run(program):
 
 def find(results, prefix, metric):
     for b in results:
-        if b["name"] == prefix or b["name"].startswith(prefix + "/"):
+        if b["name"] == prefix or b["name"].startswith(prefix + "/") or \
+                b["name"].split("/real_time")[0] == prefix:
             if metric in b:
                 value = b[metric]
                 # Times may come in different units; bring them to ns.
