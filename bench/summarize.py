@@ -77,6 +77,14 @@ def find(results, prefix, metric):
     return None
 
 
+def short(run):
+    """Peer name for the chart: the variant of a family run, else the run."""
+    parts = run.split("/")
+    if parts[0] in ("Throughput", "PingPong", "Lateness") and len(parts) > 1:
+        return parts[1]
+    return run.replace("BM_", "")
+
+
 def fmt(value, metric):
     if value is None:
         return "n/a"
@@ -105,13 +113,13 @@ def main():
         a = find(results[prog], ours, metric)
         b = find(results[prog], peer, metric)
         ratio = a / b if a is not None and b else None
-        rows.append((what, ours.split("/")[1] if "/" in ours else ours, peer, metric, a, b, ratio))
+        rows.append((what, peer, metric, a, b, ratio))
 
     stamp = datetime.date.today().isoformat()
     machine = f"{platform.machine()}, {os.cpu_count()} CPUs, {platform.platform()}"
     lines = [f"Measured {stamp} on {machine}; ratio = ours / peer (below 1: ours is faster or less late).",
              "", "| what | metric | ours | peer | peer run | ratio |", "|---|---|---|---|---|---|"]
-    for what, _, peer, metric, a, b, ratio in rows:
+    for what, peer, metric, a, b, ratio in rows:
         r = "n/a" if ratio is None else f"{ratio:.2f}"
         lines.append(f"| {what} | {metric} | {fmt(a, metric)} | {fmt(b, metric)} | `{peer}` | {r} |")
     table = "\n".join(lines)
@@ -127,9 +135,9 @@ def main():
 
     data = os.path.join(folder, "ratios.dat")
     with open(data, "w") as f:
-        for i, (what, _, peer, metric, _, _, ratio) in enumerate(rows):
+        for i, (what, peer, _, _, _, ratio) in enumerate(rows):
             if ratio is not None:
-                label = f"{what} vs {peer.split('/')[1] if '/' in peer else peer}"
+                label = f"{what} vs {short(peer)}"
                 f.write(f'{i} {ratio:.4f} "{label}"\n')
     script = f"""
 set terminal pngcairo size 1200,{200 + 28 * len(rows)} font ",9"
