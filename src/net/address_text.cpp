@@ -81,8 +81,9 @@ VXU_API char *vexmar_ip_int_to_string(uint32_t addr)
 {
     // Lowest-order byte first: an address kept in network order prints in
     // the usual order on little-endian machines.
-    snprintf(t_ipv4_text, kIpv4TextLimit, "%u.%u.%u.%u", addr & 0xffu, (addr >> 8) & 0xffu,
-             (addr >> 16) & 0xffu, (addr >> 24) & 0xffu);
+    // Four fields of at most three digits always fit.
+    (void)snprintf(t_ipv4_text, kIpv4TextLimit, "%u.%u.%u.%u", addr & 0xffu, (addr >> 8) & 0xffu,
+                   (addr >> 16) & 0xffu, (addr >> 24) & 0xffu);
     return t_ipv4_text;
 }
 

@@ -20,8 +20,8 @@ VXU_API int vxu_net_macstr(const uint8_t *mac, int count, char *buf, int size)
 {
     if (!mac || count < kMacLength || !buf || size < kMacTextSize)
         return -1;
-    snprintf(buf, static_cast<size_t>(size), "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1],
-             mac[2], mac[3], mac[4], mac[5]);
+    (void)snprintf(buf, static_cast<size_t>(size), "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1],
+                   mac[2], mac[3], mac[4], mac[5]);
     return 0;
 }
 

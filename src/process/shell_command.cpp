@@ -20,7 +20,7 @@ __attribute__((format(printf, 1, 0), noreturn)) void
 run_shell_in_child(const char *fmt, va_list ap, const vxu::process::all_signals_blocked &signals)
 {
     char command[vxu::process::kCommandSize];
-    vsnprintf(command, sizeof command, fmt, ap);
+    (void)vsnprintf(command, sizeof command, fmt, ap);  // cut when longer
     vxu::process::reset_child_descriptors();
     signals.restore_in_child();
     vxu::flush_coverage_counters();
