@@ -103,6 +103,7 @@ VXU_API int vexmar_ipv4_check(const char *text)
         return -1;
     int field[4];
     char rest[64] = {};
+    // NOLINTNEXTLINE(cert-err34-c): every field was checked above to fit an int
     if (sscanf(text, "%d.%d.%d.%d%63s", &field[0], &field[1], &field[2], &field[3], rest) != 4 ||
         rest[0] != '\0')
         return -1;

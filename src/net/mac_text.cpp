@@ -56,6 +56,7 @@ VXU_API int vexmar_mac_to_char(const char *text, uint8_t mac[6])
     if (!text || !mac)
         return -1;
     unsigned field[kMacLength] = {};
+    // NOLINTNEXTLINE(cert-err34-c): two hex digits at most cannot overflow
     if (sscanf(text, "%02x:%02x:%02x:%02x:%02x:%02x", &field[0], &field[1], &field[2], &field[3],
                &field[4], &field[5]) != kMacLength)
         return -1;

@@ -27,7 +27,7 @@ run_shell_in_child(const char *fmt, va_list ap, const vxu::process::all_signals_
     execl("/bin/sh", "sh", "-c", command, static_cast<char *>(nullptr));
     // exit, not _exit: what the child inherited to flush and run at exit
     // belongs to it now.
-    exit(-1);
+    exit(-1);  // NOLINT(concurrency-mt-unsafe): the forked child has one thread
 }
 
 __attribute__((format(printf, 1, 0))) int run_shell(const char *fmt, va_list ap)
