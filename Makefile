@@ -14,9 +14,9 @@ JOBS       ?= $(shell nproc)
 DEB_PACKAGES = cmake make g++ pkg-config binutils iproute2 util-linux procps \
                libgtest-dev libgmock-dev libbenchmark-dev libevent-dev libuv1-dev \
                libadns1-dev dnsmasq-base clang libclang-rt-14-dev lcov valgrind \
-               abigail-tools doxygen python3 gnuplot-nox
+               abigail-tools doxygen python3 gnuplot-nox clang-tidy clang-format
 
-.PHONY: deps deps-aarch64 configure build demo test test-asan test-tsan test-aarch64 test-valgrind coverage abi-update fuzz-long bench bench-build bench-summary install clean
+.PHONY: deps deps-aarch64 configure build demo test test-asan test-tsan test-aarch64 test-valgrind coverage lint abi-update fuzz-long bench bench-build bench-summary install clean
 
 deps:
 	@missing=$$(for p in $(DEB_PACKAGES); do \
@@ -98,6 +98,14 @@ coverage: deps
 	cd $(COV_BUILD) && ctest -j $(JOBS) -L unit > ctest.log || { tail -30 ctest.log; exit 1; }
 	cmake/coverage-report.sh $(COV_BUILD) $(CURDIR) 90
 
+# Static analysis: clang-tidy (.clang-tidy) over the library's sources and the
+# house format (.clang-format) over every tracked source; any finding fails.
+LINT_BUILD ?= build-lint
+lint: deps
+	cmake -S . -B $(LINT_BUILD) -DCMAKE_BUILD_TYPE=Debug -DCMAKE_EXPORT_COMPILE_COMMANDS=ON \
+	  -DVXU_BUILD_TESTS=OFF -DVXU_BUILD_EXAMPLES=OFF
+	cmake/lint.sh $(LINT_BUILD) $(JOBS)
+
 # Records the library's ABI after an intended change (checked by the abi_guard test).
 abi-update: build
 	abidw --headers-dir include/vxutil --no-corpus-path --out-file abi/libvxutil.abi \
@@ -124,4 +132,5 @@ install: build
 	cmake --install $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(ARM_BUILD) $(COV_BUILD) $(VG_BUILD) $(BUILD)-bench build-fuzz
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(ARM_BUILD) $(COV_BUILD) $(VG_BUILD) $(LINT_BUILD) \
+	  $(BUILD)-bench build-fuzz

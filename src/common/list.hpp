@@ -15,6 +15,9 @@ inline bool list_empty(const vxu_list_link *head) { return head->next == head; }
 inline void list_insert_after(vxu_list_link *pos, vxu_list_link *node)
 {
     node->prev = pos;
+    // pos is always linked; the analyzer loses track of a sentinel's links when
+    // a list is emptied and refilled through container_of.
+    // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): see above
     node->next = pos->next;
     pos->next->prev = node;
     pos->next = node;

@@ -19,7 +19,7 @@ public:
     void reset()
     {
         if (f_)
-            fclose(f_);
+            (void)fclose(f_);  // nothing to do about a failed close here
         f_ = nullptr;
     }
 

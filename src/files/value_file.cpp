@@ -16,7 +16,7 @@ VXU_API int vexmar_file_write_string(const char *path, const char *text)
     vxu::unique_file f(fopen(path, "wb"));
     if (!f)
         return -1;
-    fprintf(f.get(), "%s\n", text);
+    (void)fprintf(f.get(), "%s\n", text);
     return 0;
 }
 
@@ -30,13 +30,13 @@ VXU_API int vexmar_file_write_int(const char *path, int base, int value)
         return -1;
     switch (base) {
     case 10:
-        fprintf(f.get(), "%d\n", value);
+        (void)fprintf(f.get(), "%d\n", value);
         return 0;
     case 16:
-        fprintf(f.get(), "%x\n", static_cast<unsigned>(value));
+        (void)fprintf(f.get(), "%x\n", static_cast<unsigned>(value));
         return 0;
     case 8:
-        fprintf(f.get(), "%o\n", static_cast<unsigned>(value));
+        (void)fprintf(f.get(), "%o\n", static_cast<unsigned>(value));
         return 0;
     default:
         return -1;

@@ -22,9 +22,10 @@ VXU_API int vexmar_wlan_mac_bin_write(const uint8_t *mac)
     vxu::unique_file f(fopen(kWlanMacPath, "w+"));
     if (!f)
         return -1;
-    fprintf(f.get(), vxu::files::kWlanMacLineFormat, mac[0], mac[1], mac[2], mac[3], mac[4],
-            mac[5]);
-    fputs("END\n", f.get());
+    // As with the value files, only the open is checked.
+    (void)fprintf(f.get(), vxu::files::kWlanMacLineFormat, mac[0], mac[1], mac[2], mac[3], mac[4],
+                  mac[5]);
+    (void)fputs("END\n", f.get());
     return 0;
 }
 

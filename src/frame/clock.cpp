@@ -81,7 +81,7 @@ VXU_API void vxu_get_timestamp(struct timeval *tv, int ms)
     struct timeval now;
     gettimeofday(&now, nullptr);
     tv->tv_sec = now.tv_sec + ms / 1000;
-    tv->tv_usec = now.tv_usec + (ms % 1000) * 1000;
+    tv->tv_usec = now.tv_usec + static_cast<suseconds_t>(ms % 1000) * 1000;
     if (tv->tv_usec >= 1000000) {
         tv->tv_sec += 1;
         tv->tv_usec -= 1000000;

@@ -127,7 +127,7 @@ VXU_API int vxu_loop_run(int timeout)
         struct timeval tv;
         if (timeout > 0) {
             tv.tv_sec = remaining / 1000;
-            tv.tv_usec = (remaining % 1000) * 1000;
+            tv.tv_usec = static_cast<suseconds_t>(remaining % 1000) * 1000;
         } else if (timeout == 0) {
             tv.tv_sec = 0;
             tv.tv_usec = 0;

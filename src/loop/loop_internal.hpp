@@ -10,6 +10,7 @@
 namespace vxu::loop {
 
 // The process-wide registry; null until vxu_loop_init.
+// NOLINTNEXTLINE(bugprone-dynamic-static-initializers): a declaration; defined as null
 extern vxu_loop_state *g_state;
 
 // A dispatch walk in progress. Removing the entry a walk is about to visit
@@ -18,6 +19,7 @@ struct walk {
     vxu_list_link *next;
     walk *outer;  // walk of an enclosing vxu_loop_run, if a callback nested one
 };
+// NOLINTNEXTLINE(bugprone-dynamic-static-initializers): a declaration; defined as null
 extern walk *g_walks;
 
 inline vxu_loop_entry *entry_of(vxu_list_link *link)

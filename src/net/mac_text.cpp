@@ -20,8 +20,8 @@ VXU_API int vxu_net_macstr(const uint8_t *mac, int count, char *buf, int size)
 {
     if (!mac || count < kMacLength || !buf || size < kMacTextSize)
         return -1;
-    snprintf(buf, static_cast<size_t>(size), "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1],
-             mac[2], mac[3], mac[4], mac[5]);
+    (void)snprintf(buf, static_cast<size_t>(size), "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1],
+                   mac[2], mac[3], mac[4], mac[5]);
     return 0;
 }
 
@@ -56,6 +56,7 @@ VXU_API int vexmar_mac_to_char(const char *text, uint8_t mac[6])
     if (!text || !mac)
         return -1;
     unsigned field[kMacLength] = {};
+    // NOLINTNEXTLINE(cert-err34-c): two hex digits at most cannot overflow
     if (sscanf(text, "%02x:%02x:%02x:%02x:%02x:%02x", &field[0], &field[1], &field[2], &field[3],
                &field[4], &field[5]) != kMacLength)
         return -1;

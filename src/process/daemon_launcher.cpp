@@ -71,7 +71,7 @@ become_daemon(const char *fmt, va_list ap, const vxu::process::all_signals_block
     char *argv[kArgvSize] = {};
     vxu::process::reset_child_descriptors();
     char line[vxu::process::kCommandSize];
-    vsnprintf(line, sizeof line, fmt, ap);
+    (void)vsnprintf(line, sizeof line, fmt, ap);  // cut when longer
     char *path = split_words(line, argv);
     if (!path)
         end_child(kNotExecuted);

@@ -18,8 +18,9 @@ bool write_uptime_stamp(const char *path)
     FILE *file = fopen(path, "we");
     if (!file)
         return false;
-    fprintf(file, "%lld.%03d\n", static_cast<long long>(ms / 1000), static_cast<int>(ms % 1000));
-    fclose(file);
+    (void)fprintf(file, "%lld.%03d\n", static_cast<long long>(ms / 1000),
+                  static_cast<int>(ms % 1000));
+    (void)fclose(file);
     return true;
 }
 
@@ -32,7 +33,7 @@ VXU_API int vxu_com_add_flag_file(const char *name)
     if (!name)
         return -1;
     char path[kFlagPathSize];
-    snprintf(path, sizeof path, "/tmp/vx_flags/%s.flag", name);
+    (void)snprintf(path, sizeof path, "/tmp/vx_flags/%s.flag", name);
     return write_uptime_stamp(path) ? 0 : -1;
 }
 
@@ -41,11 +42,11 @@ VXU_API int vxu_com_del_flag_file(const char *name)
     if (!name)
         return -1;
     char path[kFlagPathSize];
-    snprintf(path, sizeof path, "/tmp/vx_flags/%s.flag", name);
+    (void)snprintf(path, sizeof path, "/tmp/vx_flags/%s.flag", name);
     if (access(path, F_OK) != 0)
         return -2;
     unlink(path);
-    snprintf(path, sizeof path, "/tmp/vx_flags/%s.remove", name);
+    (void)snprintf(path, sizeof path, "/tmp/vx_flags/%s.remove", name);
     return write_uptime_stamp(path) ? 0 : -1;
 }
 

@@ -19,7 +19,7 @@ extern "C" {
 VXU_API int vxu_com_kill(int pid, const char *name, int force)
 {
     char exe[kExePathSize];
-    snprintf(exe, sizeof exe, "/proc/%d/exe", pid);
+    (void)snprintf(exe, sizeof exe, "/proc/%d/exe", pid);  // any int fits
     // Also keeps ids of 0 and below away from kill: they have no entry here.
     if (access(exe, F_OK) != 0)
         return -3;

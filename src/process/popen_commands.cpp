@@ -23,7 +23,7 @@ public:
             return;
         text_ = static_cast<char *>(malloc(static_cast<size_t>(length_) + 1));
         if (text_)
-            vsnprintf(text_, static_cast<size_t>(length_) + 1, fmt, ap);
+            (void)vsnprintf(text_, static_cast<size_t>(length_) + 1, fmt, ap);
     }
     formatted_command(const formatted_command &) = delete;
     formatted_command &operator=(const formatted_command &) = delete;

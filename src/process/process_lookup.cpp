@@ -65,7 +65,7 @@ VXU_API int vexmar_check_process_by_pid(int pid, const char *name)
     if (!name)
         return -1;
     char path[kCmdlinePathSize];
-    snprintf(path, sizeof path, "/proc/%d/cmdline", pid);
+    (void)snprintf(path, sizeof path, "/proc/%d/cmdline", pid);  // any int fits
     char cmdline[kCmdlineSize];
     if (vxu::read_first_line(path, cmdline, sizeof cmdline) < 0)
         return -1;

@@ -21,7 +21,7 @@ extern "C" {
 VXU_API int vxu_com_mem_get_rss(void)
 {
     char path[kStatmSize];
-    snprintf(path, sizeof path, "/proc/%d/statm", static_cast<int>(getpid()));
+    (void)snprintf(path, sizeof path, "/proc/%d/statm", static_cast<int>(getpid()));
     char line[kStatmSize];
     if (vxu::read_first_line(path, line, sizeof line) < 0)
         return -1;

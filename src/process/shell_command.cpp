@@ -20,14 +20,14 @@ __attribute__((format(printf, 1, 0), noreturn)) void
 run_shell_in_child(const char *fmt, va_list ap, const vxu::process::all_signals_blocked &signals)
 {
     char command[vxu::process::kCommandSize];
-    vsnprintf(command, sizeof command, fmt, ap);
+    (void)vsnprintf(command, sizeof command, fmt, ap);  // cut when longer
     vxu::process::reset_child_descriptors();
     signals.restore_in_child();
     vxu::flush_coverage_counters();
     execl("/bin/sh", "sh", "-c", command, static_cast<char *>(nullptr));
     // exit, not _exit: what the child inherited to flush and run at exit
     // belongs to it now.
-    exit(-1);
+    exit(-1);  // NOLINT(concurrency-mt-unsafe): the forked child has one thread
 }
 
 __attribute__((format(printf, 1, 0))) int run_shell(const char *fmt, va_list ap)

@@ -19,7 +19,7 @@ VXU_API int vxu_com_app_exist(const char *name)
     if (is_empty(name))
         return -1;
     char buf[vxu::process::kCommandSize];
-    snprintf(buf, sizeof buf, "pidof %s", name);
+    (void)snprintf(buf, sizeof buf, "pidof %s", name);  // cut when longer
     FILE *pipe = popen(buf, "re");
     if (!pipe)
         return -1;
@@ -36,7 +36,7 @@ VXU_API int vxu_com_file_sync(const char *path)
     if (is_empty(path))
         return -1;
     char command[vxu::process::kCommandSize];
-    snprintf(command, sizeof command, "fsync -d %s", path);
+    (void)snprintf(command, sizeof command, "fsync -d %s", path);  // cut when longer
     vxu_com_system("%s", command);  // the tool's own failure is not ours to report
     return 0;
 }

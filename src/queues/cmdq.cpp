@@ -74,7 +74,7 @@ VXU_API int vxu_cmdq_pull(vxu_cmdq *q, int timeout_ms, vxu_cmdq_item **out)
     } else {
         struct timeval tv;
         tv.tv_sec = timeout_ms / 1000;
-        tv.tv_usec = (timeout_ms % 1000) * 1000;
+        tv.tv_usec = static_cast<suseconds_t>(timeout_ms % 1000) * 1000;
         const int ready = vxu::wait_readable(q->rfd, &tv);
         if (ready < 0)
             return errno == EINTR ? 0 : -1;

@@ -16,6 +16,7 @@ namespace {
 
 constexpr int kLogError = 1;
 constexpr int kLogWarning = 4;
+constexpr size_t kErrorTextSize = 128;  // longer than any glibc error text
 
 // Key files and queues alike: owner rwx, group and others rw.
 constexpr mode_t kKeyFileMode = 0766;
@@ -112,8 +113,11 @@ VXU_API int vxu_msgq_send(void *log, int msqid, const void *msgp, unsigned int m
         return 0;
     const errno_keep keep;
     const int err = errno;
+    // Senders run on many threads: the error text goes into a buffer of
+    // this call's own (GNU strerror_r returns it, or a static text).
+    char text[kErrorTextSize];
     __vx_log(log, "vxu_msgq_send", kLogWarning, "msgsnd_err:%d, %d, %d, %d, %s", msqid, rc,
-             static_cast<int>(msgsz), err, strerror(err));
+             static_cast<int>(msgsz), err, strerror_r(err, text, sizeof text));
     return rc;
 }
 

@@ -21,7 +21,7 @@ VXU_API char *vexmar_strdup(const char *format, ...)
     if (len > 0) {
         text = static_cast<char *>(malloc(static_cast<size_t>(len) + 1));
         if (text)
-            vsnprintf(text, static_cast<size_t>(len) + 1, format, again);
+            (void)vsnprintf(text, static_cast<size_t>(len) + 1, format, again);
     }
     va_end(again);
     va_end(ap);
