@@ -21,19 +21,11 @@ int ntop_into(int family, const void *addr, char *buf, int size)
     return inet_ntop(family, addr, buf, static_cast<socklen_t>(size)) ? 0 : -1;
 }
 
-bool digits_and_dots_only(const char *text)
-{
-    for (const char *p = text; *p; ++p) {
-        if (!(*p == '.' || (*p >= '0' && *p <= '9')))
-            return false;
-    }
-    return true;
-}
-
-// %d cannot hold a long field: the scan would keep only its low bits, so a
-// huge field could pass as a small one. Fields of more than three
-// significant digits are refused before scanning.
-bool fields_fit_scan(const char *text)
+// Only digits and dots, and no field of more than three significant digits:
+// %d cannot hold a long field (the scan would keep only its low bits, so a
+// huge field could pass as a small one), so those are refused before
+// scanning. One pass over the text.
+bool plain_short_fields(const char *text)
 {
     int significant = 0;
     bool leading = true;
@@ -41,6 +33,8 @@ bool fields_fit_scan(const char *text)
         if (*p == '.') {
             significant = 0;
             leading = true;
+        } else if (*p < '0' || *p > '9') {
+            return false;
         } else if (!(leading && *p == '0')) {
             leading = false;
             if (++significant > 3)
@@ -98,8 +92,7 @@ VXU_API char *vexmar_ipv6_ntop(struct in6_addr addr)
 
 VXU_API int vexmar_ipv4_check(const char *text)
 {
-    if (!text || strlen(text) < kShortestDottedQuad || !digits_and_dots_only(text) ||
-        !fields_fit_scan(text))
+    if (!text || strlen(text) < kShortestDottedQuad || !plain_short_fields(text))
         return -1;
     int field[4];
     char rest[64] = {};
