@@ -106,13 +106,16 @@ TEST(StartDaemon, UnrunnableCommandLinesEndWith255)
 
 TEST(StartDaemon, PipeFailureLeavesSlotFdsAndMaskAlone)
 {
-    EXPECT_IN_CHILD([] {
-        int pid = 4711;
-        no_free_descriptors full;
-        unchanged_fds_and_mask guard;
-        EXPECT_EQ(-2, vxu_com_start_daemon(&pid, "/bin/true"));
-        EXPECT_EQ(4711, pid);
-    });
+    for (int free : {0, 1}) {
+        EXPECT_IN_CHILD([free] {
+            int pid = 4711;
+            unchanged_fds_and_mask guard;
+            fds_taken full(leaving_free{free});
+            ASSERT_TRUE(full.ok());
+            EXPECT_EQ(-2, vxu_com_start_daemon(&pid, "/bin/true"));
+            EXPECT_EQ(4711, pid);
+        });
+    }
 }
 
 TEST(StartDaemon, ForkFailureLeavesSlotFdsAndMaskAlone)
