@@ -145,4 +145,24 @@ TEST(WlanMacFile, MissingFileOrDirectory)
     });
 }
 
+TEST(WlanMacFile, NoDescriptorLeft)
+{
+    EXPECT_IN_FIRMWARE_SANDBOX([] {
+        make_dir();
+        const uint8_t mac[6] = {1, 2, 3, 4, 5, 6};
+        ASSERT_EQ(0, vexmar_wlan_mac_bin_write(mac));
+        const std::string before = file_contents();
+        {
+            vxu_test::fds_taken none(vxu_test::leaving_free{0});
+            ASSERT_TRUE(none.ok());
+            const uint8_t other[6] = {6, 5, 4, 3, 2, 1};
+            uint8_t out[6] = {9, 9, 9, 9, 9, 9};
+            EXPECT_EQ(-1, vexmar_wlan_mac_bin_write(other));
+            EXPECT_EQ(-1, vexmar_wlan_mac_bin_read(out));
+            EXPECT_EQ(9, out[0]);
+        }
+        EXPECT_EQ(before, file_contents());
+    });
+}
+
 }  // namespace

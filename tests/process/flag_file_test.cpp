@@ -109,6 +109,20 @@ TEST_F(FlagFiles, FailuresAndCutNames)
     EXPECT_FALSE(exists(flag()));
     rmdir(removal().c_str());
 
+    // No descriptor for the stamp: nothing raised, and a lowered flag is
+    // gone without its removal file.
+    ASSERT_EQ(0, vxu_com_add_flag_file(name_.c_str()));
+    const std::string other = name_ + "_other";
+    EXPECT_IN_CHILD([&] {
+        fds_taken none(leaving_free{0});
+        ASSERT_TRUE(none.ok());
+        EXPECT_EQ(-1, vxu_com_add_flag_file(other.c_str()));
+        EXPECT_EQ(-1, vxu_com_del_flag_file(name_.c_str()));
+    });
+    EXPECT_FALSE(exists("/tmp/vx_flags/" + other + ".flag"));
+    EXPECT_FALSE(exists(flag()));
+    EXPECT_FALSE(exists(removal()));
+
     // Paths keep 255 characters: 14 + 240 + "." here.
     const std::string long_name = name_ + std::string(240 - name_.size(), 'n');
     const std::string cut = "/tmp/vx_flags/" + long_name + ".";

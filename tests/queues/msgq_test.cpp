@@ -196,6 +196,17 @@ TEST_F(MsgQueue, InitLogsEachFailure)
     EXPECT_EQ(-1, vxu_msgq_init(handle_, path.c_str(), kProj));
     EXPECT_EQ(ENOSPC, errno);
     expect_one_line(1, "vxu_msgq_init", "create message queue error");
+
+    // No descriptor left to create a missing key file with.
+    const std::string fresh = std::string(dir_) + "/fresh.key";
+    EXPECT_IN_CHILD([&] {
+        vxu_test::fds_taken none(vxu_test::leaving_free{0});
+        ASSERT_TRUE(none.ok());
+        EXPECT_EQ(-1, vxu_msgq_init(handle_, fresh.c_str(), kProj));
+        EXPECT_EQ(EMFILE, errno);
+        expect_one_line(1, "vxu_msgq_init", "create key file " + fresh + " failed.");
+    });
+    EXPECT_NE(0, access(fresh.c_str(), F_OK));
 }
 
 TEST_F(MsgQueue, GetOpensOnlyWhatIsNotOpenYet)
