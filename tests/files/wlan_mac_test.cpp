@@ -101,6 +101,7 @@ TEST(WlanMacFile, ReaderChecksTheFirstLine)
 {
     EXPECT_IN_FIRMWARE_SANDBOX([] {
         make_dir();
+        vxu_test::fd_leak_check no_leaks;
         const uint8_t want[6] = {0xab, 0xcd, 0xef, 0x01, 0x23, 0x45};
         uint8_t mac[6] = {};
         // Lower-case digits, no end marker, and trailing bytes are all fine.

@@ -49,6 +49,7 @@ TEST(HostLookup, LiteralsAndFailures)
         EXPECT_EQ('\n', printed.back());
     }
     {
+        fd_leak_check leaks;
         stdout_capture out;
         EXPECT_EQ(nullptr, vexmar_gethostbyurl(nullptr));
         const std::string expected =
@@ -56,6 +57,7 @@ TEST(HostLookup, LiteralsAndFailures)
         EXPECT_EQ(expected, out.finish()) << "no host line, no line end";
     }
     {
+        fd_leak_check leaks;
         stdout_capture out;
         EXPECT_EQ(nullptr, vexmar_gethostbyurl("::1")) << "IPv6 only";
         EXPECT_TRUE(contains(out.finish(), "====res:"));

@@ -28,6 +28,7 @@ TEST(ProcessByPid, NameIsCaseInsensitivePrefixOfFirstArgumentsBaseName)
 {
     SKIP_UNDER_EMULATION(kGuestExec);
     running_probe netd({"/usr/sbin/vxunetd", "--flag"});
+    fd_leak_check fds;
     for (const char *name : {"vxunetd", "VxuNetD", "vxunet", ""})
         EXPECT_EQ(0, vexmar_check_process_by_pid(netd.pid, name)) << name;
     for (const char *name : {"sbin", "/usr/sbin/vxunetd", "vxunetdx", "flag"})

@@ -149,6 +149,7 @@ protected:
     char dir_[32] = "/tmp/vxu_msgq_XXXXXX";
     std::vector<int> queues_;
     std::vector<std::string> files_;
+    vxu_test::fd_leak_check no_leaks_;  // a key file is opened and closed again
 };
 
 TEST_F(MsgQueue, InitCreatesTheKeyFileAndTheQueue)
