@@ -56,6 +56,13 @@ private:
 // hard limit (or valgrind, which keeps the top descriptors) refuses.
 bool raise_fd_limit(rlim_t limit);
 
+// Descriptor pressure, for failure injection. Valgrind cannot take part: it
+// refuses to raise the limit, and it enforces a lowered one only after the
+// kernel has made the descriptor (so a "failed" open has created its file)
+// and not for every call (socketpair slips through). Tests that use it skip
+// with SKIP_UNDER_VALGRIND(kDescriptorLimits).
+constexpr const char *kDescriptorLimits = "descriptor limits that hold for every call";
+
 // Descriptor pressure, for failure injection: how many descriptors stay
 // free, or below which number every descriptor is taken.
 struct leaving_free {
@@ -69,7 +76,7 @@ struct taken_below {
 // them back, restores the limit and then checks, like fd_leak_check, that
 // the process holds as many descriptors as before. Changes process-wide
 // limits: only for forked children. ok() is false when the pressure could
-// not be made (a limit refused), and tests skip then.
+// not be made (a limit refused, or valgrind).
 class fds_taken {
 public:
     explicit fds_taken(leaving_free free);
@@ -91,7 +98,8 @@ private:
 // socket pair unusable for select: none or one descriptor free (socketpair
 // fails), every descriptor below 1024 taken (both ends outside a set), and
 // every one below 1023 (the second end alone outside). `what` names the
-// pressure; one the machine refuses is passed over with a note.
+// pressure; one the machine refuses is passed over with a note. Skips the
+// current test under valgrind.
 void for_each_pair_pressure(const std::function<void(const char *what)> &body);
 
 // Name of the user-mode emulator the tests run under ("qemu-user"), or null

@@ -121,6 +121,7 @@ TEST_F(FileHelpers, SizeAndExistence)
 
 TEST_F(FileHelpers, NoDescriptorLeft)
 {
+    SKIP_UNDER_VALGRIND(vxu_test::kDescriptorLimits);
     const std::string p = path("value");
     put(p, "text\n");
     EXPECT_IN_CHILD([&] {

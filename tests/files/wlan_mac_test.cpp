@@ -148,6 +148,7 @@ TEST(WlanMacFile, MissingFileOrDirectory)
 
 TEST(WlanMacFile, NoDescriptorLeft)
 {
+    SKIP_UNDER_VALGRIND(vxu_test::kDescriptorLimits);
     EXPECT_IN_FIRMWARE_SANDBOX([] {
         make_dir();
         const uint8_t mac[6] = {1, 2, 3, 4, 5, 6};

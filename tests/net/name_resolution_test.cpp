@@ -208,6 +208,7 @@ TEST(AdnsResolver, SystemConfiguration)
 
 TEST(AdnsResolver, InitFailuresArePrinted)
 {
+    SKIP_UNDER_VALGRIND(vxu_test::kDescriptorLimits);
     EXPECT_IN_CHILD([] {
         stdout_capture captured;
         in_addr out{};

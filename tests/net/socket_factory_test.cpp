@@ -119,7 +119,7 @@ TEST(TcpFactories, TimedConnectGivesUpAfterTheTimeout)
 
 TEST(TcpFactories, TimedConnectOnDescriptorsBeyondTheSelectLimit)
 {
-    SKIP_UNDER_VALGRIND("raising RLIMIT_NOFILE");
+    SKIP_UNDER_VALGRIND(vxu_test::kDescriptorLimits);
     EXPECT_IN_CHILD([] {
         const int server = vexmar_create_tcp_server("127.0.0.1", 0, 1);
         ASSERT_GE(server, 0);
@@ -147,6 +147,7 @@ TEST(TcpFactories, TimedConnectOnDescriptorsBeyondTheSelectLimit)
 
 TEST(SocketFactories, EveryOneFailsCleanlyWithoutADescriptor)
 {
+    SKIP_UNDER_VALGRIND(vxu_test::kDescriptorLimits);
     EXPECT_IN_CHILD([] {
         vxu_net_test::scratch_dir dir;
         const int server = vexmar_create_tcp_server("127.0.0.1", 0, 1);

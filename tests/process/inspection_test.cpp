@@ -167,6 +167,7 @@ TEST(SingleInstance, InterruptedWaitGivesUpAndClosesTheLockFile)
 TEST(ProcessInspection, CallsFailCleanlyWhenDescriptorsRunOut)
 {
     SKIP_UNDER_EMULATION(kGuestExec);
+    SKIP_UNDER_VALGRIND(kDescriptorLimits);
     EXPECT_IN_CHILD([] {
         temp_dir dir;
         const std::string pid_file = dir.file("pid"), lock = dir.file("lock");

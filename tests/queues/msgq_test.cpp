@@ -197,8 +197,11 @@ TEST_F(MsgQueue, InitLogsEachFailure)
     EXPECT_EQ(-1, vxu_msgq_init(handle_, path.c_str(), kProj));
     EXPECT_EQ(ENOSPC, errno);
     expect_one_line(1, "vxu_msgq_init", "create message queue error");
+}
 
-    // No descriptor left to create a missing key file with.
+TEST_F(MsgQueue, InitWithoutADescriptorCreatesNoKeyFile)
+{
+    SKIP_UNDER_VALGRIND(vxu_test::kDescriptorLimits);
     const std::string fresh = std::string(dir_) + "/fresh.key";
     EXPECT_IN_CHILD([&] {
         vxu_test::fds_taken none(vxu_test::leaving_free{0});

@@ -193,6 +193,7 @@ TEST(TmrService, BurstOfStartsWhileTheThreadIsBusySucceeds)
 
 TEST(TmrService, FailuresToGetADescriptor)
 {
+    SKIP_UNDER_VALGRIND(vxu_test::kDescriptorLimits);
     EXPECT_IN_CHILD([] {
         ASSERT_EQ(0, vxu_tmr_init());
         const int id = vxu_tmr_create(VXU_TMR_TYPE_FD);
