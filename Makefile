@@ -16,7 +16,7 @@ DEB_PACKAGES = cmake make g++ pkg-config binutils iproute2 util-linux procps \
                libadns1-dev dnsmasq-base clang libclang-rt-14-dev lcov valgrind \
                abigail-tools doxygen python3 gnuplot-nox
 
-.PHONY: deps deps-aarch64 configure build demo test test-asan test-tsan test-aarch64 test-valgrind test-soak coverage abi-update fuzz-long bench bench-build bench-summary install clean
+.PHONY: deps deps-aarch64 configure build demo test test-asan test-tsan test-aarch64 test-valgrind coverage abi-update fuzz-long bench bench-build bench-summary install clean
 
 deps:
 	@missing=$$(for p in $(DEB_PACKAGES); do \
@@ -90,6 +90,7 @@ test-valgrind: deps
 	cd $(VG_BUILD) && VXU_TEST_UNDER_VALGRIND=1 ctest --output-on-failure -j $(JOBS) -L unit
 
 # Long-running load tests (label soak), kept out of the quick test command.
+.PHONY: test-soak
 test-soak: build
 	cd $(BUILD) && ctest --output-on-failure -V -L soak
 
