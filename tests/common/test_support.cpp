@@ -197,14 +197,14 @@ void for_each_pair_pressure(const std::function<void(const char *)> &body)
 {
     SKIP_UNDER_VALGRIND(kDescriptorLimits);
     const auto under = [&body](const char *what, auto pressure) {
-        EXPECT_EQ(0, run_in_child([&] {
-                      const fds_taken taken(pressure);
-                      if (taken.ok())
-                          body(what);
-                      else
-                          printf("note: the machine refused %s; not tested\n", what);
-                  }))
-            << what;
+        SCOPED_TRACE(what);
+        EXPECT_IN_CHILD([&] {
+            const fds_taken taken(pressure);
+            if (taken.ok())
+                body(what);
+            else
+                printf("note: the machine refused %s; not tested\n", what);
+        });
     };
     under("no descriptor free", leaving_free{0});
     under("one descriptor free", leaving_free{1});

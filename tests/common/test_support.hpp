@@ -56,15 +56,13 @@ private:
 // hard limit (or valgrind, which keeps the top descriptors) refuses.
 bool raise_fd_limit(rlim_t limit);
 
-// Descriptor pressure, for failure injection. Valgrind cannot take part: it
-// refuses to raise the limit, and it enforces a lowered one only after the
-// kernel has made the descriptor (so a "failed" open has created its file)
-// and not for every call (socketpair slips through). Tests that use it skip
-// with SKIP_UNDER_VALGRIND(kDescriptorLimits).
-constexpr const char *kDescriptorLimits = "descriptor limits that hold for every call";
-
 // Descriptor pressure, for failure injection: how many descriptors stay
-// free, or below which number every descriptor is taken.
+// free, or below which number every descriptor is taken. Valgrind cannot
+// take part: it refuses to raise the limit, and it enforces a lowered one
+// only after the kernel has made the descriptor (a "failed" open has
+// created its file) and not for every call (socketpair slips through).
+// Tests that use pressure skip with SKIP_UNDER_VALGRIND(kDescriptorLimits).
+constexpr const char *kDescriptorLimits = "descriptor limits that hold for every call";
 struct leaving_free {
     int count;  // 0: the next socket, pipe, open or timerfd_create fails
 };
