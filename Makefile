@@ -89,6 +89,11 @@ test-valgrind: deps
 	cmake --build $(VG_BUILD) -j $(JOBS)
 	cd $(VG_BUILD) && VXU_TEST_UNDER_VALGRIND=1 ctest --output-on-failure -j $(JOBS) -L unit
 
+# Long-running load tests (label soak), kept out of the quick test command.
+.PHONY: test-soak
+test-soak: build
+	cd $(BUILD) && ctest --output-on-failure -V -L soak
+
 # Line and branch coverage per subsystem (gcov + lcov); fails below 90% of lines.
 COV_BUILD ?= build-coverage
 coverage: deps

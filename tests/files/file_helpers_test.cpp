@@ -119,6 +119,26 @@ TEST_F(FileHelpers, SizeAndExistence)
     EXPECT_EQ(-1, vxu_com_file_exist(nullptr));
 }
 
+TEST_F(FileHelpers, NoDescriptorLeft)
+{
+    SKIP_UNDER_VALGRIND(vxu_test::kDescriptorLimits);
+    const std::string p = path("value"), fresh = path("fresh");
+    put(p, "text\n");
+    EXPECT_IN_CHILD([&] {
+        vxu_test::fds_taken none(vxu_test::leaving_free{0});
+        ASSERT_TRUE(none.ok());
+        char buf[8];
+        EXPECT_EQ(-1, vxu_com_read_file(p.c_str(), buf, sizeof buf));
+        EXPECT_EQ(-1, vexmar_file_write_string(p.c_str(), "new"));
+        EXPECT_EQ(-1, vexmar_file_write_int(p.c_str(), 10, 5));
+        EXPECT_EQ(-1, vexmar_file_write_int(fresh.c_str(), 10, 5));
+        EXPECT_EQ(0, vxu_com_file_exist(p.c_str())) << "needs no descriptor";
+        EXPECT_EQ(5, vxu_com_file_get_size(p.c_str())) << "needs no descriptor";
+    });
+    EXPECT_EQ("text\n", contents(p)) << "left as it was";
+    EXPECT_EQ("<missing>", contents(fresh));
+}
+
 TEST_F(FileHelpers, ReadFileStaysInsideTheBuffer)
 {
     const std::string p = path("data");

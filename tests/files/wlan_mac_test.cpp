@@ -101,6 +101,7 @@ TEST(WlanMacFile, ReaderChecksTheFirstLine)
 {
     EXPECT_IN_FIRMWARE_SANDBOX([] {
         make_dir();
+        vxu_test::fd_leak_check no_leaks;
         const uint8_t want[6] = {0xab, 0xcd, 0xef, 0x01, 0x23, 0x45};
         uint8_t mac[6] = {};
         // Lower-case digits, no end marker, and trailing bytes are all fine.
@@ -142,6 +143,27 @@ TEST(WlanMacFile, MissingFileOrDirectory)
         make_dir();
         EXPECT_EQ(-1, vexmar_wlan_mac_bin_read(out)) << "directory without the file";
         EXPECT_EQ(9, out[0]);
+    });
+}
+
+TEST(WlanMacFile, NoDescriptorLeft)
+{
+    SKIP_UNDER_VALGRIND(vxu_test::kDescriptorLimits);
+    EXPECT_IN_FIRMWARE_SANDBOX([] {
+        make_dir();
+        const uint8_t mac[6] = {1, 2, 3, 4, 5, 6};
+        ASSERT_EQ(0, vexmar_wlan_mac_bin_write(mac));
+        const std::string before = file_contents();
+        {
+            vxu_test::fds_taken none(vxu_test::leaving_free{0});
+            ASSERT_TRUE(none.ok());
+            const uint8_t other[6] = {6, 5, 4, 3, 2, 1};
+            uint8_t out[6] = {9, 9, 9, 9, 9, 9};
+            EXPECT_EQ(-1, vexmar_wlan_mac_bin_write(other));
+            EXPECT_EQ(-1, vexmar_wlan_mac_bin_read(out));
+            EXPECT_EQ(9, out[0]);
+        }
+        EXPECT_EQ(before, file_contents());
     });
 }
 

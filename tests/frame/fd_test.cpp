@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <vxutil/frame.h>
@@ -80,8 +79,7 @@ TEST(FdHasData, DescriptorsBeyondTheSetAreNotProbed)
 {
     SKIP_UNDER_VALGRIND("raising RLIMIT_NOFILE");
     EXPECT_IN_CHILD([] {
-        const struct rlimit limit = {4096, 4096};
-        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+        ASSERT_TRUE(vxu_test::raise_fd_limit(2048));
         pipe_pair p;
         ASSERT_EQ(1, write(p.wr, "x", 1));
         ASSERT_EQ(1500, dup2(p.rd, 1500));

@@ -185,6 +185,38 @@ TEST(LoopRun, SetBoundsLimitWhatIsWatched)
     });
 }
 
+TEST(LoopRun, DescriptorsPastTheSetAreRefusedOrPassedOver)
+{
+    SKIP_UNDER_VALGRIND("raising RLIMIT_NOFILE");
+    EXPECT_IN_CHILD([] {
+        ASSERT_TRUE(vxu_test::raise_fd_limit(2048));
+        ASSERT_EQ(0, vxu_loop_init(0));
+        pair_t p = make_pair();
+        ASSERT_EQ(1, write(p.wr, "x", 1));
+        // One readable, writable socket at the last number a set holds and past it.
+        for (int fd : {1023, 1024, 1500})
+            ASSERT_EQ(fd, dup2(p.rd, fd));
+        EXPECT_EQ(-3, vxu_loop_add(1024, VXU_LOOP_EV_READ, record_fd, nullptr));
+        EXPECT_EQ(-3, vxu_loop_add(1500, VXU_LOOP_EV_READ | VXU_LOOP_EV_WRITE, record_fd, nullptr));
+        EXPECT_EQ(-1, vxu_loop_remove(1500)) << "never registered";
+        ASSERT_EQ(0, vxu_loop_add(1023, VXU_LOOP_EV_READ | VXU_LOOP_EV_WRITE, record_fd, nullptr));
+        // Set entries whose bounds reach past 1023 are watched up to 1023.
+        fd_set r = make_set({1023});
+        fd_set w = make_set({p.rd});
+        fds_seen seen;
+        ASSERT_EQ(0, vxu_loop_add_fds(&r, 1500, &w, 1 << 20, record_sets, &seen));
+        for (int pass = 1; pass <= 3; ++pass) {
+            EXPECT_EQ(2, vxu_loop_run(0));
+            EXPECT_EQ(pass, seen.calls);
+        }
+        ASSERT_EQ(3u, g_calls.size());
+        EXPECT_EQ(1023, g_calls[2].fd);
+        EXPECT_EQ(VXU_LOOP_EV_READ | VXU_LOOP_EV_WRITE, g_calls[2].events);
+        for (int fd : {1023, 1024, 1500})
+            close(fd);
+    });
+}
+
 // Callback state for the registry-changing tests.
 struct mutate {
     int victim = -1;    // entry to remove from inside the callback

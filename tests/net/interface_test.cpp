@@ -166,6 +166,7 @@ TEST(InterfaceControl, UpAndDownChangeOnlyWhenNeeded)
         // no change was requested.
         EXPECT_IN_CHILD([] {
             drop_net_admin();
+            fd_leak_check leaks;
             EXPECT_EQ(0, vxu_net_set_ifup("vxa"));
             EXPECT_EQ(-1, vxu_net_set_ifdown("vxa"));
             EXPECT_EQ(0, vxu_net_set_ifdown("vxb"));

@@ -4,7 +4,6 @@
 #include <signal.h>
 #include <string.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -50,6 +49,7 @@ TEST(HostLookup, LiteralsAndFailures)
         EXPECT_EQ('\n', printed.back());
     }
     {
+        fd_leak_check leaks;
         stdout_capture out;
         EXPECT_EQ(nullptr, vexmar_gethostbyurl(nullptr));
         const std::string expected =
@@ -57,6 +57,7 @@ TEST(HostLookup, LiteralsAndFailures)
         EXPECT_EQ(expected, out.finish()) << "no host line, no line end";
     }
     {
+        fd_leak_check leaks;
         stdout_capture out;
         EXPECT_EQ(nullptr, vexmar_gethostbyurl("::1")) << "IPv6 only";
         EXPECT_TRUE(contains(out.finish(), "====res:"));
@@ -207,17 +208,18 @@ TEST(AdnsResolver, SystemConfiguration)
 
 TEST(AdnsResolver, InitFailuresArePrinted)
 {
-    SKIP_UNDER_VALGRIND("changing RLIMIT_NOFILE");
+    SKIP_UNDER_VALGRIND(vxu_test::kDescriptorLimits);
     EXPECT_IN_CHILD([] {
         stdout_capture captured;
-        // With no descriptor left adns cannot make its socket.
-        const int next = dup(0);
-        close(next);
-        const rlimit lim = {static_cast<rlim_t>(next), static_cast<rlim_t>(next)};
-        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &lim));
         in_addr out{};
-        EXPECT_EQ(-1, vexmar_resolver_dns(nullptr, "two.test", &out));
-        EXPECT_EQ(-1, vexmar_resolver_dns("nameserver 127.0.0.1", "two.test", &out));
+        {
+            // With no descriptor left adns cannot make its socket.
+            vxu_test::fds_taken none(vxu_test::leaving_free{0});
+            ASSERT_TRUE(none.ok());
+            EXPECT_EQ(-1, vexmar_resolver_dns(nullptr, "two.test", &out));
+            EXPECT_EQ(-1, vexmar_resolver_dns("nameserver 127.0.0.1", "two.test", &out));
+            EXPECT_EQ(nullptr, vexmar_gethostbyurl("localhost")) << "the hosts file cannot be read";
+        }
         const std::string printed = captured.finish();
         EXPECT_EQ(0u, printed.find("===adns init failure====\n")) << printed;
         EXPECT_TRUE(contains(printed, "==adns_init_strcfg failure====\n")) << printed;

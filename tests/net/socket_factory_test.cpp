@@ -2,7 +2,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -120,27 +119,64 @@ TEST(TcpFactories, TimedConnectGivesUpAfterTheTimeout)
 
 TEST(TcpFactories, TimedConnectOnDescriptorsBeyondTheSelectLimit)
 {
-    SKIP_UNDER_VALGRIND("raising RLIMIT_NOFILE");
+    SKIP_UNDER_VALGRIND(vxu_test::kDescriptorLimits);
     EXPECT_IN_CHILD([] {
-        const rlimit lim = {2048, 2048};
-        ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &lim));
         const int server = vexmar_create_tcp_server("127.0.0.1", 0, 1);
         ASSERT_GE(server, 0);
-        // Fill every lower slot so the client's socket lands above 1023.
-        const int filler = open("/dev/null", O_RDONLY);
-        while (fcntl(filler, F_DUPFD, 0) < 1100) {
+        const uint16_t closed = unused_port();
+        {
+            vxu_test::fds_taken taken(vxu_test::taken_below{1024});
+            ASSERT_TRUE(taken.ok());
+            EXPECT_EQ(-1, vexmar_create_tcp_client(nullptr, 0, "127.0.0.1", closed, 0, 5));
+            EXPECT_EQ(ECONNREFUSED, errno) << "the wait on a socket at 1024 sees the refusal";
+            const int client =
+                vexmar_create_tcp_client(nullptr, 0, "127.0.0.1", local_port_of(server), 0, 5);
+            ASSERT_GE(client, 1024);
+            const int peer = accept(server, nullptr, nullptr);
+            EXPECT_GE(peer, 1024);
+            EXPECT_EQ(1, write(client, "k", 1));
+            char c = 0;
+            EXPECT_EQ(1, read(peer, &c, 1));
+            EXPECT_EQ('k', c);
+            close(peer);
+            close(client);
         }
-        for (int fd = 1100; fd > 1030; --fd)
-            close(fd);
-        const int client =
-            vexmar_create_tcp_client(nullptr, 0, "127.0.0.1", local_port_of(server), 0, 5);
-        ASSERT_GE(client, 1024);
-        const int peer = accept(server, nullptr, nullptr);
-        EXPECT_GE(peer, 0);
-        EXPECT_EQ(1, write(client, "k", 1));
-        char c = 0;
-        EXPECT_EQ(1, read(peer, &c, 1));
-        EXPECT_EQ('k', c);
+        close(server);
+    });
+}
+
+TEST(SocketFactories, EveryOneFailsCleanlyWithoutADescriptor)
+{
+    SKIP_UNDER_VALGRIND(vxu_test::kDescriptorLimits);
+    EXPECT_IN_CHILD([] {
+        vxu_net_test::scratch_dir dir;
+        const int server = vexmar_create_tcp_server("127.0.0.1", 0, 1);
+        ASSERT_GE(server, 0);
+        const uint16_t port = local_port_of(server);
+        const std::string path = dir.path() + "/s.sock";
+        const int unix_server = vexmar_create_unix_server(path.c_str(), 1);
+        ASSERT_GE(unix_server, 0);
+        {
+            vxu_test::fds_taken none(vxu_test::leaving_free{0});
+            ASSERT_TRUE(none.ok());
+            EXPECT_EQ(-1, vexmar_create_tcp_server("127.0.0.1", 0, 1));
+            EXPECT_EQ(EMFILE, errno);
+            EXPECT_EQ(-1, vexmar_create_udp("127.0.0.1", 0));
+            EXPECT_EQ(-1, vexmar_create_tcp_client(nullptr, 0, "127.0.0.1", port, 1, 0));
+            EXPECT_EQ(-1, vexmar_create_tcp_client(nullptr, 0, "127.0.0.1", port, 0, 5));
+            EXPECT_EQ(-1, vexmar_create_unix_client(path.c_str()));
+            EXPECT_EQ(-1, vexmar_create_unix_server((dir.path() + "/t.sock").c_str(), 1));
+            EXPECT_EQ(-1, vexmar_create_unix_udp_server((dir.path() + "/u.sock").c_str()));
+            EXPECT_EQ(-1, vexmar_packet_listen("lo", 0x88b5));
+            EXPECT_EQ(-1, vxu_net_ipc_client(path.c_str()));
+            EXPECT_EQ(-1, vxu_net_ipc_server((dir.path() + "/i.sock").c_str()));
+            int index = 0, mtu = 0;
+            EXPECT_EQ(-1, vxu_net_get_ifindex("lo", &index));
+            EXPECT_EQ(-1, vxu_net_get_ifmtu("lo", &mtu));
+            EXPECT_EQ(0, index + mtu) << "nothing stored";
+        }
+        close(unix_server);
+        close(server);
     });
 }
 

@@ -45,6 +45,27 @@ TEST(StartDaemon, DaemonIsDetachedOnDevNullWithSplitWordsAndCallerMask)
     });
 }
 
+TEST(StartDaemon, DaemonHoldsOnlyTheStandardThreeWhateverTheCallerHeld)
+{
+    SKIP_UNDER_EMULATION(kGuestExec);
+    SKIP_UNDER_VALGRIND("raising RLIMIT_NOFILE");
+    run_with_reaper([] {
+        ASSERT_TRUE(raise_fd_limit(4096));
+        temp_dir dir;
+        direct_probes_to(dir.file("record"), true);
+        socket_pair held;
+        for (int fd : {1023, 1500, 4095})
+            ASSERT_EQ(fd, dup2(held.fd[0], fd));
+        int pid = 0;
+        ASSERT_EQ(0, vxu_com_start_daemon(&pid, "%s", probe_path()));
+        ASSERT_TRUE(wait_probe_record(dir.file("record")));
+        EXPECT_EQ(3, count_open_fds(pid)) << "seen from outside while the daemon runs";
+        kill(pid, SIGKILL);
+        for (int fd : {1023, 1500, 4095})
+            close(fd);
+    });
+}
+
 TEST(StartDaemon, CommandLineIsCutAt29WordsAnd255Characters)
 {
     SKIP_UNDER_EMULATION(kGuestExec);
@@ -106,13 +127,17 @@ TEST(StartDaemon, UnrunnableCommandLinesEndWith255)
 
 TEST(StartDaemon, PipeFailureLeavesSlotFdsAndMaskAlone)
 {
-    EXPECT_IN_CHILD([] {
-        int pid = 4711;
-        no_free_descriptors full;
-        unchanged_fds_and_mask guard;
-        EXPECT_EQ(-2, vxu_com_start_daemon(&pid, "/bin/true"));
-        EXPECT_EQ(4711, pid);
-    });
+    SKIP_UNDER_VALGRIND(kDescriptorLimits);
+    for (int free : {0, 1}) {
+        EXPECT_IN_CHILD([free] {
+            int pid = 4711;
+            unchanged_fds_and_mask guard;
+            fds_taken full(leaving_free{free});
+            ASSERT_TRUE(full.ok());
+            EXPECT_EQ(-2, vxu_com_start_daemon(&pid, "/bin/true"));
+            EXPECT_EQ(4711, pid);
+        });
+    }
 }
 
 TEST(StartDaemon, ForkFailureLeavesSlotFdsAndMaskAlone)

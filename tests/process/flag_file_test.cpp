@@ -117,4 +117,22 @@ TEST_F(FlagFiles, FailuresAndCutNames)
     unlink(cut.c_str());
 }
 
+TEST_F(FlagFiles, NoDescriptorForTheStamp)
+{
+    SKIP_UNDER_VALGRIND(kDescriptorLimits);
+    // No descriptor for the stamp: nothing raised, and a lowered flag is
+    // gone without its removal file.
+    ASSERT_EQ(0, vxu_com_add_flag_file(name_.c_str()));
+    const std::string name = name_, other = name_ + "_other";
+    EXPECT_IN_CHILD([&] {
+        fds_taken none(leaving_free{0});
+        ASSERT_TRUE(none.ok());
+        EXPECT_EQ(-1, vxu_com_add_flag_file(other.c_str()));
+        EXPECT_EQ(-1, vxu_com_del_flag_file(name.c_str()));
+    });
+    EXPECT_FALSE(exists("/tmp/vx_flags/" + other + ".flag"));
+    EXPECT_FALSE(exists(flag()));
+    EXPECT_FALSE(exists(removal()));
+}
+
 }  // namespace

@@ -6,11 +6,15 @@
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <functional>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include <vxutil/process.h>
 
@@ -24,6 +28,7 @@ TEST(ProcessByPid, NameIsCaseInsensitivePrefixOfFirstArgumentsBaseName)
 {
     SKIP_UNDER_EMULATION(kGuestExec);
     running_probe netd({"/usr/sbin/vxunetd", "--flag"});
+    fd_leak_check fds;
     for (const char *name : {"vxunetd", "VxuNetD", "vxunet", ""})
         EXPECT_EQ(0, vexmar_check_process_by_pid(netd.pid, name)) << name;
     for (const char *name : {"sbin", "/usr/sbin/vxunetd", "vxunetdx", "flag"})
@@ -132,6 +137,68 @@ TEST(SingleInstance, ReleaseIgnoresDescriptorsBelowOne)
     vexmar_release_process_single_instance(0);
     vexmar_release_process_single_instance(-1);
     EXPECT_EQ(zero_before, fcntl(0, F_GETFD));
+}
+
+void on_alarm(int) {}
+
+TEST(SingleInstance, InterruptedWaitGivesUpAndClosesTheLockFile)
+{
+    EXPECT_IN_CHILD([] {
+        temp_dir dir;
+        const std::string lock = dir.file("lock");
+        const int held = vexmar_set_process_single_instance(lock.c_str());
+        ASSERT_GE(held, 0);
+        struct sigaction sa = {};
+        sa.sa_handler = on_alarm;  // without SA_RESTART the waiting flock fails with EINTR
+        ASSERT_EQ(0, sigaction(SIGALRM, &sa, nullptr));
+        struct itimerval it = {};
+        it.it_value.tv_usec = 200000;
+        {
+            fd_leak_check fds;
+            ASSERT_EQ(0, setitimer(ITIMER_REAL, &it, nullptr));
+            EXPECT_EQ(-1, vexmar_set_process_single_instance(lock.c_str()));
+            EXPECT_EQ(EINTR, errno);
+        }
+        vexmar_release_process_single_instance(held);
+    });
+}
+
+// Each call that opens something, with descriptors free and then without.
+TEST(ProcessInspection, CallsFailCleanlyWhenDescriptorsRunOut)
+{
+    SKIP_UNDER_EMULATION(kGuestExec);
+    SKIP_UNDER_VALGRIND(kDescriptorLimits);
+    EXPECT_IN_CHILD([] {
+        temp_dir dir;
+        const std::string pid_file = dir.file("pid"), lock = dir.file("lock");
+        const char *self = program_invocation_short_name;
+        ASSERT_EQ(0, vexmar_write_pid_file(pid_file.c_str()));
+        const std::vector<std::pair<const char *, std::function<int()>>> calls = {
+            {"by name", [&] { return vexmar_check_process_by_name(self); }},
+            {"by pid", [&] { return vexmar_check_process_by_pid(getpid(), self); }},
+            {"by pid file",
+             [&] { return vexmar_check_process_by_pid_file(pid_file.c_str(), self); }},
+            {"pid file", [&] { return vexmar_write_pid_file(pid_file.c_str()); }},
+            {"lock probe", [&] { return vexmar_check_process_singal_instance(lock.c_str()); }},
+            {"resident pages", [] { return vxu_com_mem_get_rss() > 0 ? 0 : -1; }},
+        };
+        for (const auto &[what, call] : calls)
+            ASSERT_EQ(0, call()) << what << ", descriptors free";
+        // One free descriptor is enough for all but the scan, which holds
+        // /proc open while it reads each command line.
+        for (int free : {0, 1}) {
+            fds_taken pressure(leaving_free{free});
+            ASSERT_TRUE(pressure.ok());
+            for (const auto &[what, call] : calls) {
+                const bool scan = std::string(what) == "by name";
+                EXPECT_EQ(free == 0 || scan ? -1 : 0, call()) << what << ", " << free << " free";
+            }
+            if (free == 0) {
+                EXPECT_EQ(-1, vexmar_set_process_single_instance(dir.file("new.lock").c_str()));
+            }
+        }
+        EXPECT_FALSE(exists(dir.file("new.lock"))) << "refused before anything was created";
+    });
 }
 
 TEST(SelfStats, ResidentPagesAndThreadId)

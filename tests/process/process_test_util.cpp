@@ -1,14 +1,12 @@
 #include "process/process_test_util.hpp"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <signal.h>
 #include <stddef.h>
 #include <stdlib.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -184,22 +182,6 @@ void kill_writers_to(int fd)
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
     };
     install_filter(prog);
-}
-
-no_free_descriptors::no_free_descriptors()
-{
-    rlimit limit;
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = 64;  // the hard limit stays: valgrind refuses to move it
-    EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
-    for (int fd; (fd = open("/dev/null", O_RDONLY)) >= 0;)
-        held_.push_back(fd);
-}
-
-no_free_descriptors::~no_free_descriptors()
-{
-    for (int fd : held_)
-        close(fd);
 }
 
 void adopt_orphans() { ASSERT_EQ(0, prctl(PR_SET_CHILD_SUBREAPER, 1)); }

@@ -91,17 +91,6 @@ void fail_forks();
 // A write to descriptor fd kills the writing process.
 void kill_writers_to(int fd);
 
-// Descriptors opened until the process's limit is reached; closes them on
-// destruction. Only for forked test children (it lowers the limit).
-class no_free_descriptors {
-public:
-    no_free_descriptors();
-    ~no_free_descriptors();
-
-private:
-    std::vector<int> held_;
-};
-
 // Makes this process adopt its orphaned descendants, and waits up to twenty
 // seconds for one of them (the daemon pid) to end, reaping whatever else
 // ends meanwhile; its wait status, or -1 after killing it.

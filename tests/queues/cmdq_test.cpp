@@ -9,7 +9,6 @@
 #include <vxutil/frame.h>
 #include <vxutil/queues.h>
 
-#include "common/fd_pressure.hpp"
 #include "common/test_support.hpp"
 
 namespace {
@@ -136,25 +135,19 @@ TEST(Cmdq, WakeupBytesFitTheCapacityAndLostOnesLeaveItBehind)
 
 TEST(Cmdq, QueueWithoutAPairRefusesToWait)
 {
-    for (int first_free : {1024, 0}) {
-        EXPECT_IN_CHILD([first_free] {
-            vxu_test::fds_taken taken(first_free);
-            if (!taken.ok())
-                GTEST_SKIP() << "cannot set the descriptor limit";
-            vxu_test::fd_leak_check leaks;
-            vxu_cmdq q;
-            ASSERT_EQ(0, vxu_cmdq_init(&q, 0));
-            EXPECT_EQ(-1, q.wfd);
-            EXPECT_EQ(-1, q.rfd);
-            vxu_cmdq_item *item;
-            EXPECT_EQ(-1, vxu_cmdq_pull(&q, 5000, &item)) << "must not wait";
-            EXPECT_EQ(-1, vxu_cmdq_cmd_push(&q, 1, nullptr, 0)) << "queued, nobody woken";
-            ASSERT_NE(&q.items, q.items.next);
-            vxu_cmdq_item_free(
-                &q, reinterpret_cast<vxu_cmdq_item *>(reinterpret_cast<char *>(q.items.next) -
-                                                      offsetof(vxu_cmdq_item, link)));
-        });
-    }
+    vxu_test::for_each_pair_pressure([](const char *what) {
+        vxu_cmdq q;
+        ASSERT_EQ(0, vxu_cmdq_init(&q, 0)) << what;
+        EXPECT_EQ(-1, q.wfd) << what;
+        EXPECT_EQ(-1, q.rfd) << what;
+        vxu_cmdq_item *item;
+        EXPECT_EQ(-1, vxu_cmdq_pull(&q, 5000, &item)) << "must not wait";
+        EXPECT_EQ(-1, vxu_cmdq_cmd_push(&q, 1, nullptr, 0)) << "queued, nobody woken";
+        ASSERT_NE(&q.items, q.items.next);
+        vxu_cmdq_item_free(
+            &q, reinterpret_cast<vxu_cmdq_item *>(reinterpret_cast<char *>(q.items.next) -
+                                                  offsetof(vxu_cmdq_item, link)));
+    });
 }
 
 }  // namespace

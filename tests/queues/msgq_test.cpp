@@ -149,6 +149,7 @@ protected:
     char dir_[32] = "/tmp/vxu_msgq_XXXXXX";
     std::vector<int> queues_;
     std::vector<std::string> files_;
+    vxu_test::fd_leak_check no_leaks_;  // a key file is opened and closed again
 };
 
 TEST_F(MsgQueue, InitCreatesTheKeyFileAndTheQueue)
@@ -196,6 +197,23 @@ TEST_F(MsgQueue, InitLogsEachFailure)
     EXPECT_EQ(-1, vxu_msgq_init(handle_, path.c_str(), kProj));
     EXPECT_EQ(ENOSPC, errno);
     expect_one_line(1, "vxu_msgq_init", "create message queue error");
+}
+
+TEST_F(MsgQueue, InitWithoutADescriptorCreatesNoKeyFile)
+{
+    SKIP_UNDER_VALGRIND(vxu_test::kDescriptorLimits);
+    const std::string fresh = std::string(dir_) + "/fresh.key";
+    void *const handle = handle_;  // the sanitizer's type checks need descriptors
+    EXPECT_IN_CHILD([&] {
+        {
+            vxu_test::fds_taken none(vxu_test::leaving_free{0});
+            ASSERT_TRUE(none.ok());
+            EXPECT_EQ(-1, vxu_msgq_init(handle, fresh.c_str(), kProj));
+            EXPECT_EQ(EMFILE, errno);
+        }
+        expect_one_line(1, "vxu_msgq_init", "create key file " + fresh + " failed.");
+    });
+    EXPECT_NE(0, access(fresh.c_str(), F_OK));
 }
 
 TEST_F(MsgQueue, GetOpensOnlyWhatIsNotOpenYet)

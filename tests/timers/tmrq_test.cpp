@@ -8,7 +8,6 @@
 #include <vxutil/frame.h>
 #include <vxutil/timers.h>
 
-#include "common/fd_pressure.hpp"
 #include "common/test_support.hpp"
 #include "timers/tmrq_test_queue.hpp"
 
@@ -131,17 +130,16 @@ TEST(Tmrq, PullDeliversOneDueTimerPerCall)
 
 TEST(Tmrq, QueueWithoutAPairRefusesToWait)
 {
-    EXPECT_IN_CHILD([] {
-        vxu_test::fds_taken taken(1024);
-        if (!taken.ok())
-            GTEST_SKIP() << "cannot raise the descriptor limit past 1024";
-        vxu_test::fd_leak_check leaks;
-        queue t(0);
-        EXPECT_EQ(-1, t.q.rfd);
-        EXPECT_EQ(-1, vxu_tmrq_tmr_add(&t.q, 0, 0, 0, 0, 0)) << "no byte written";
-        EXPECT_EQ(1, vxu_tmrq_tmr_is_exist(&t.q, 1)) << "queued all the same";
+    vxu_test::for_each_pair_pressure([](const char *what) {
+        vxu_tmrq q;
+        ASSERT_EQ(0, vxu_tmrq_init(&q, 0)) << what;
+        EXPECT_EQ(-1, q.wfd) << what;
+        EXPECT_EQ(-1, q.rfd) << what;
+        EXPECT_EQ(-1, vxu_tmrq_tmr_add(&q, 0, 0, 0, 0, 0)) << "no byte written";
+        EXPECT_EQ(1, vxu_tmrq_tmr_is_exist(&q, 1)) << "queued all the same";
         vxu_tmrq_item *item;
-        EXPECT_EQ(-1, vxu_tmrq_pull(&t.q, &item));
+        EXPECT_EQ(-1, vxu_tmrq_pull(&q, &item)) << "must not wait";
+        EXPECT_EQ(0, vxu_tmrq_tmr_del(&q, 1));
     });
 }
 
