@@ -1,6 +1,5 @@
 // The timer service's state machine: finding, starting, stopping and
 // releasing timer records on the idle, due and descriptor lists.
-#include <errno.h>
 #include <sys/timerfd.h>
 #include <time.h>
 #include <unistd.h>
@@ -44,11 +43,6 @@ struct itimerspec every(uint32_t ms)
     period.it_interval = period.it_value;
     return period;
 }
-
-// One wake-up byte for the thread. A pair too full to take it already holds
-// bytes the thread has yet to read, so the thread wakes and sees the change
-// all the same: that is no failure, whereas a missing pair is.
-bool wake_thread(int wfd) { return post_wakeup(wfd) || errno == EAGAIN; }
 
 // A blocking CLOCK_BOOTTIME_ALARM descriptor that the thread can select on.
 int open_alarm_timer()
@@ -94,7 +88,7 @@ int start_timer(vxu_tmr_ctx *ctx, vxu_tmr *t, bool wake)
     }
     t->armed = 1;
     if (wake)
-        return wake_thread(ctx->wfd) ? 0 : -1;
+        return post_wakeup(ctx->wfd) ? 0 : -1;
     return 0;
 }
 
