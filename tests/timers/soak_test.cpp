@@ -62,7 +62,11 @@ void start_timers(size_t first, size_t last)
         for (size_t i = batch; i < end; ++i) {
             timer_log &t = g_timers[i];
             t.start_before = vxu_com_get_uptime_ms();
-            ASSERT_EQ(0, vxu_tmr_start(t.id)) << "timer " << i;
+            // -1 with the timer running: the wake-up byte did not fit the
+            // pair (the thread has bytes to read anyway).
+            const int rc = vxu_tmr_start(t.id);
+            ASSERT_TRUE(rc == 0 || (rc == -1 && vxu_tmr_status(t.id) == 1))
+                << "timer " << i << " start gave " << rc;
             t.start_after = vxu_com_get_uptime_ms();
         }
     }

@@ -210,4 +210,37 @@ TEST(TmrService, ServiceWithoutAPairStillFires)
     });
 }
 
+std::atomic<bool> g_thread_held{false};
+
+int hold_the_thread(int id, uint64_t ms)
+{
+    vxu_tmr_stop(id);
+    g_thread_held = true;
+    sleep_ms(static_cast<long>(ms));
+    return 0;
+}
+
+TEST(TmrService, StartsBeyondWhatThePairHoldsReportMinusOneButRun)
+{
+    EXPECT_IN_CHILD([] {
+        ASSERT_EQ(0, vxu_tmr_init());
+        const int busy = vxu_tmr_create(VXU_TMR_TYPE_LIST);
+        ASSERT_EQ(0, vxu_tmr_set(busy, 0, 0, hold_the_thread, 1000));
+        ASSERT_EQ(0, vxu_tmr_start(busy));
+        ASSERT_TRUE(eventually([] { return g_thread_held.load(); }, 5000));
+        // Far more wake-up bytes than the pair holds, none of them read yet.
+        const int id = vxu_tmr_create(VXU_TMR_TYPE_LIST);
+        ASSERT_EQ(0, vxu_tmr_set(id, 50, 0, record_firing, 0));
+        int unwritten = 0;
+        for (int i = 0; i < 5000; ++i) {
+            const int rc = vxu_tmr_start(id);
+            ASSERT_TRUE(rc == 0 || rc == -1) << rc;
+            unwritten += rc == -1;
+        }
+        EXPECT_GT(unwritten, 0) << "the pair took 5000 unread bytes";
+        EXPECT_EQ(1, vxu_tmr_status(id)) << "the timer runs all the same";
+        EXPECT_TRUE(eventually([&] { return !g_log.of(id).empty(); }, 5000));
+    });
+}
+
 }  // namespace
