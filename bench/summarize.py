@@ -120,7 +120,7 @@ def main():
     lines = [f"Measured {stamp} on {machine}; ratio = ours / peer (below 1: ours is faster or less late).",
              "", "| what | metric | ours | peer | peer run | ratio |", "|---|---|---|---|---|---|"]
     for what, peer, metric, a, b, ratio in rows:
-        r = "n/a" if ratio is None else f"{ratio:.2f}"
+        r = "n/a" if ratio is None else f"{ratio:.2g}" if ratio < 0.1 else f"{ratio:.2f}"
         lines.append(f"| {what} | {metric} | {fmt(a, metric)} | {fmt(b, metric)} | `{peer}` | {r} |")
     table = "\n".join(lines)
 
@@ -137,7 +137,7 @@ def main():
     with open(data, "w") as f:
         for i, (what, peer, _, _, _, ratio) in enumerate(rows):
             if ratio is not None:
-                label = f"{what} vs {short(peer)}"
+                label = f"{what} vs {short(peer)}".replace('"', "'")
                 f.write(f'{i} {ratio:.4f} "{label}"\n')
     script = f"""
 set terminal pngcairo size 1200,{200 + 28 * len(rows)} font ",9"
@@ -147,12 +147,12 @@ set title "vxutil / peer ({stamp}); below 1 is better (log scale)"
 set logscale x
 set style fill solid 0.6
 set boxwidth 0.7
-set xrange [0.1:50]
+set xrange [0.001:50]
 set yrange [-1:{len(rows)}]
 set ytics scale 0
 set grid x
 set arrow from 1, graph 0 to 1, graph 1 nohead lw 2 dt 2
-plot "{data}" using 2:1:(0.1):2:($1-0.35):($1+0.35):ytic(3) with boxxyerror notitle
+plot "{data}" using 2:1:(0.001):2:($1-0.35):($1+0.35):ytic(3) with boxxyerror notitle
 """
     subprocess.run(["gnuplot"], input=script, text=True, check=True)
     print(table)
