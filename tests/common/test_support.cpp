@@ -84,6 +84,16 @@ void expect_child_passed(int status, const char *file, int line)
         ADD_FAILURE_AT(file, line) << "the forked child failed (status " << status << ")";
 }
 
+std::string read_stream(FILE *stream)
+{
+    std::string text;
+    char buf[512];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, stream)) > 0)
+        text.append(buf, n);
+    return text;
+}
+
 int count_open_fds(pid_t pid)
 {
     const std::string path = pid == 0 ? "/proc/self/fd" : "/proc/" + std::to_string(pid) + "/fd";

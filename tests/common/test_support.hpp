@@ -5,7 +5,10 @@
 #include <sys/resource.h>
 #include <sys/types.h>
 
+#include <stdio.h>
+
 #include <functional>
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -22,6 +25,9 @@ int run_in_child(const std::function<void()> &body);
 
 // Reports a child's status other than 0 as a failure at file:line.
 void expect_child_passed(int status, const char *file, int line);
+
+// Everything left to read on a stream (a file or a popen pipe).
+std::string read_stream(FILE *stream);
 
 // Number of descriptors open in a process: this one (pid 0) or another one,
 // such as a command a process function started; -1 when it cannot be read

@@ -28,11 +28,7 @@ protected:
         FILE *f = fopen(p.c_str(), "rb");
         if (!f)
             return "<missing>";
-        std::string s;
-        char buf[256];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, f)) > 0)
-            s.append(buf, n);
+        std::string s = vxu_test::read_stream(f);
         fclose(f);
         return s;
     }

@@ -40,14 +40,10 @@ bool shell(const std::string &command) { return system(command.c_str()) == 0; }
 
 std::string shell_output(const std::string &command)
 {
-    std::string out;
     FILE *p = popen(command.c_str(), "r");
     if (!p)
-        return out;
-    char buf[512];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0)
-        out.append(buf, n);
+        return std::string();
+    std::string out = vxu_test::read_stream(p);
     pclose(p);
     return out;
 }
