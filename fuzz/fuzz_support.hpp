@@ -34,7 +34,7 @@ inline std::vector<char> c_string(const char *text, size_t n)
 using check_fn = void (*)(const char *text, size_t len, unsigned pick);
 inline int run(const uint8_t *data, size_t size, size_t skip, check_fn check)
 {
-    if (size <= skip)
+    if (size < skip)
         return 0;
     const char *in = reinterpret_cast<const char *>(data) + skip;
     const auto text = c_string(in, strnlen(in, size - skip));
