@@ -1,28 +1,15 @@
-// vexmar_double_quotes_to_string into a destination of exactly the size it
-// is told; the first input byte picks the size.
-#include <vxutil/text.h>
-
+// vexmar_double_quotes_to_string copies what lies between a leading and a
+// trailing '"', cut to the destination's size and not terminated, into a
+// destination of exactly the size it is told (the first input byte picks
+// it), and writes nothing else.
 #include "fuzz_support.hpp"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+FUZZ_TEXT(1)
 {
-    if (size == 0)
-        return 0;
-    const size_t dst_size = 1 + data[0] % 48;
-    const vxu_fuzz::c_string in(data + 1, size - 1);
-    const char *src = in.get();
-    const size_t len = in.size();
-
-    char *dst = static_cast<char *>(malloc(dst_size));
-    memset(dst, 'U', dst_size);
-    const int rc = vexmar_double_quotes_to_string(dst, src, static_cast<int>(dst_size));
-
-    const bool quoted = len >= 2 && src[0] == '"' && src[len - 1] == '"';
-    FUZZ_CHECK(rc == (quoted ? 0 : -1));
-    const size_t copied = quoted ? (len - 2 < dst_size ? len - 2 : dst_size) : 0;
-    FUZZ_CHECK(memcmp(dst, src + 1, copied) == 0);
-    for (size_t i = copied; i < dst_size; ++i)
-        FUZZ_CHECK(dst[i] == 'U');
-    free(dst);
-    return 0;
+    vxu_fuzz::bytes dst(1 + pick % 48, 'U'), want(dst);
+    const bool quoted = len >= 2 && text[0] == '"' && text[len - 1] == '"';
+    std::copy_n(text + 1, quoted ? std::min(len - 2, dst.size()) : 0, want.begin());
+    const int size = static_cast<int>(dst.size());
+    FUZZ_CHECK(vexmar_double_quotes_to_string(vxu_fuzz::chars(dst), text, size) == -!quoted);
+    FUZZ_CHECK(dst == want);
 }

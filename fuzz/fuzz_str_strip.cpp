@@ -1,59 +1,26 @@
-// vxu_str_strip and vxu_str_stripall into destinations of exactly the size
-// they are told; the first input byte picks the size.
-#include <string>
-
-#include <vxutil/text.h>
-
+// vxu_str_strip drops the leading blanks, keeps what fits (size - 1 bytes)
+// and drops the trailing blanks of that; vxu_str_stripall drops every blank
+// and keeps what fits. Both write a terminated string into a destination of
+// exactly the size they are told (the first input byte picks it).
 #include "fuzz_support.hpp"
 
-using vxu_fuzz::ascii_space;
-using vxu_fuzz::exact_buffer;
-
-namespace {
-
-void check_strip(const std::string &src, size_t size)
+FUZZ_TEXT(1)
 {
-    exact_buffer dst(size, 'U');
-    FUZZ_CHECK(vxu_str_strip(src.c_str(), dst.get(), static_cast<int>(size)) == 0);
-    const std::string out(dst.get(), strnlen(dst.get(), size));
-    FUZZ_CHECK(out.size() < size);
-    FUZZ_CHECK(out.empty() || (!ascii_space(out.front()) && !ascii_space(out.back())));
-    FUZZ_CHECK(src.find(out) != std::string::npos);
-
-    // Model: drop the leading run, keep size-1 bytes, drop the trailing run.
-    size_t b = 0;
-    while (b < src.size() && ascii_space(src[b]))
-        ++b;
-    std::string want = src.substr(b, size - 1);
-    while (!want.empty() && ascii_space(want.back()))
-        want.pop_back();
-    FUZZ_CHECK(out == want);
-}
-
-void check_stripall(const std::string &src, size_t size)
-{
-    exact_buffer dst(size, 'U');
-    FUZZ_CHECK(vxu_str_stripall(src.c_str(), dst.get(), static_cast<int>(size)) == 0);
-    const std::string out(dst.get(), strnlen(dst.get(), size));
-    FUZZ_CHECK(out.size() < size);
-    std::string want;
+    const char *blank = " \t\r\n";
+    const size_t size = 1 + pick % 48;
+    const std::string src(text, len);
+    std::string strip = src.substr(std::min(src.find_first_not_of(blank), len), size - 1);
+    strip.erase(strip.find_last_not_of(blank) + 1);  // npos + 1: all of it
+    std::string all;
     for (char c : src) {
-        if (!ascii_space(c) && want.size() < size - 1)
-            want += c;
+        if (!strchr(blank, c) && all.size() + 1 < size)
+            all += c;
     }
-    FUZZ_CHECK(out == want);
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
-{
-    if (size == 0)
-        return 0;
-    const size_t dst_size = 1 + data[0] % 48;
-    const vxu_fuzz::c_string in(data + 1, size - 1);
-    const std::string src(in.get(), in.size());
-    check_strip(src, dst_size);
-    check_stripall(src, dst_size);
-    return 0;
+    const auto check = [&](int (*fn)(const char *, char *, int), const std::string &want) {
+        vxu_fuzz::bytes dst(size, 'U');
+        FUZZ_CHECK(fn(text, vxu_fuzz::chars(dst), static_cast<int>(size)) == 0);
+        FUZZ_CHECK(memchr(dst.data(), '\0', size) && want == vxu_fuzz::chars(dst));
+    };
+    check(vxu_str_strip, strip);
+    check(vxu_str_stripall, all);
 }

@@ -1,79 +1,60 @@
-// Shared pieces of the fuzz targets: an exact-size copy of the input as a C
-// string and exact-size output buffers (so AddressSanitizer sees any access
-// past their ends), and a property check that stops the run with a message.
+// Shared pieces of the fuzz targets. Inputs and outputs live in heap blocks
+// of exactly their size (std::vector allocates no more), so AddressSanitizer
+// sees any access past their ends; a property that fails stops the run.
 #pragma once
 
-#include <stddef.h>
-#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include <vxutil/vxutil.h>
+
 namespace vxu_fuzz {
 
-// The input up to its first NUL byte, in a heap block of exactly its length
-// plus the terminator.
-class c_string {
-public:
-    c_string(const uint8_t *data, size_t size)
-    {
-        const size_t len = strnlen(reinterpret_cast<const char *>(data), size);
-        text_ = static_cast<char *>(malloc(len + 1));
-        memcpy(text_, data, len);
-        text_[len] = '\0';
-        len_ = len;
-    }
-    c_string(const c_string &) = delete;
-    c_string &operator=(const c_string &) = delete;
-    ~c_string() { free(text_); }
+using bytes = std::vector<uint8_t>;
+constexpr const char kHex[] = "0123456789abcdefABCDEF";
 
-    const char *get() const { return text_; }
-    size_t size() const { return len_; }
+inline char *chars(bytes &b) { return reinterpret_cast<char *>(b.data()); }
+inline unsigned nibble(char c) { return c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10; }
 
-private:
-    char *text_;
-    size_t len_;
-};
-
-// A heap block of exactly n bytes, every byte set to fill.
-class exact_buffer {
-public:
-    exact_buffer(size_t n, unsigned char fill) : p_(static_cast<unsigned char *>(malloc(n)))
-    {
-        memset(p_, fill, n);
-    }
-    exact_buffer(const exact_buffer &) = delete;
-    exact_buffer &operator=(const exact_buffer &) = delete;
-    ~exact_buffer() { free(p_); }
-
-    char *get() const { return reinterpret_cast<char *>(p_); }
-    uint8_t *bytes() const { return p_; }
-
-private:
-    unsigned char *p_;
-};
-
-inline bool ascii_space(char c) { return c == ' ' || c == '\r' || c == '\t' || c == '\n'; }
-// isspace in the C locale, which is what strtol and scanf skip.
-inline bool c_space(char c) { return ascii_space(c) || c == '\v' || c == '\f'; }
-inline bool ascii_digit(char c) { return c >= '0' && c <= '9'; }
-inline bool ascii_hex(char c)
+// n bytes of text and a terminator, in a block of exactly that size.
+inline std::vector<char> c_string(const char *text, size_t n)
 {
-    return ascii_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+    std::vector<char> s(n + 1, '\0');
+    memcpy(s.data(), text, n);
+    return s;
 }
-inline unsigned hex_nibble(char c)
+
+// Hands check the input after its first `skip` bytes, up to its first NUL,
+// as an exact-size C string and its length, and the first byte when skipped.
+using check_fn = void (*)(const char *text, size_t len, unsigned pick);
+inline int run(const uint8_t *data, size_t size, size_t skip, check_fn check)
 {
-    if (ascii_digit(c))
-        return static_cast<unsigned>(c - '0');
-    return static_cast<unsigned>((c | 0x20) - 'a' + 10);
+    if (size < skip)
+        return 0;
+    const char *in = reinterpret_cast<const char *>(data) + skip;
+    const auto text = c_string(in, strnlen(in, size - skip));
+    check(text.data(), text.size() - 1, skip ? data[0] : 0);
+    return 0;
 }
 
 }  // namespace vxu_fuzz
 
 #define FUZZ_CHECK(cond)                                                                           \
-    do {                                                                                           \
-        if (!(cond)) {                                                                             \
-            fprintf(stderr, "%s:%d: property failed: %s\n", __FILE__, __LINE__, #cond);            \
-            abort();                                                                               \
-        }                                                                                          \
-    } while (0)
+    ((cond)                                                                                        \
+         ? (void)0                                                                                 \
+         : (fprintf(stderr, "%s:%d: property failed: %s\n", __FILE__, __LINE__, #cond), abort()))
+
+// The entry point, followed by the body of the check of one input:
+// FUZZ_TEXT(0) { ... } sees the text; FUZZ_TEXT(1) also `pick`, a size.
+#define FUZZ_TEXT(skip)                                                                            \
+    static void fuzz_one(const char *text, size_t len, unsigned pick);                             \
+    extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)                        \
+    {                                                                                              \
+        return vxu_fuzz::run(data, size, skip, fuzz_one);                                          \
+    }                                                                                              \
+    static void fuzz_one(const char *text, size_t len, unsigned pick)

@@ -7,32 +7,21 @@
 # crash-* files in the build folder and fail the run.
 set -eu
 cd "$(dirname "$0")/.."
-seconds=${1:-5}
+root=$(pwd) seconds=${1:-5} build=${FUZZ_BUILD:-build-fuzz} passed=0 failed=0 scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
 [ $# -gt 0 ] && shift
-root=$(pwd)
-build=${FUZZ_BUILD:-build-fuzz}
-
 cmake -S fuzz -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ > /dev/null
 cmake --build "$build" -j "$(nproc)"
-
-targets=${*:-$(cd fuzz && ls fuzz_*.cpp | sed 's/\.cpp$//')}
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-failed=0
-for t in $targets; do
-  seeds=fuzz/corpus/${t#fuzz_}
-  mkdir -p "$scratch/$t"
-  echo "== $t: ${seconds}s"
-  if ! (cd "$build" && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
-        "./$t" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=0 \
-        "$scratch/$t" "$root/$seeds" 2>"$scratch/$t.log"); then
-    tail -n 40 "$scratch/$t.log"
-    failed=$((failed + 1))
+for t in ${*:-$(cd fuzz && ls fuzz_*.cpp | sed 's/\.cpp$//')}; do
+  echo "== $t: ${seconds}s" && mkdir "$scratch/$t"
+  if (cd "$build" && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 "./$t" \
+      -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+      "$scratch/$t" "$root/fuzz/corpus/${t#fuzz_}" 2> "$scratch/$t.log"); then
+    passed=$((passed + 1)) && grep '^Done' "$scratch/$t.log" || true
   else
-    grep -E '^Done|#[0-9]+.*DONE' "$scratch/$t.log" | tail -n 1 || true
+    failed=$((failed + 1)) && tail -n 40 "$scratch/$t.log"
   fi
 done
-total=$(echo "$targets" | wc -w)
-echo "fuzz: $((total - failed)) passed, $failed failed"
+echo "fuzz: $passed passed, $failed failed"
 [ "$failed" -eq 0 ]

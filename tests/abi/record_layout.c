@@ -3,113 +3,45 @@
  * suite is built for (x86-64 and arm64 are both LP64; only the size of
  * pthread_mutex_t differs between them). A failing assertion means a header
  * changed a record that daemons share with the library.
+ *
+ * One block per record: R names it, SIZE checks its size and AT each field's
+ * offset, every field in order.
  */
 #include <stddef.h>
 
 #include <vxutil/vxutil.h>
 
 #define M sizeof(pthread_mutex_t)
-#define LAYOUT(type, field, offset)                                                                \
-    _Static_assert(offsetof(type, field) == (offset), #type "." #field " moved")
-#define SIZE(type, size) _Static_assert(sizeof(type) == (size), #type " changed size")
+#define AT(field, offset) _Static_assert(offsetof(R, field) == (offset), #field " moved")
+#define SIZE(size) _Static_assert(sizeof(R) == (size), "a record changed size")
 
 _Static_assert(sizeof(void *) == 8 && sizeof(long) == 8, "the device target is LP64");
 _Static_assert(M % 8 == 0, "records after a mutex stay 8-aligned");
 
-LAYOUT(vxu_list_link, next, 0);
-LAYOUT(vxu_list_link, prev, 8);
-SIZE(vxu_list_link, 16);
-
-LAYOUT(vxu_systime_t, sec, 0);
-LAYOUT(vxu_systime_t, min, 1);
-LAYOUT(vxu_systime_t, hour, 2);
-LAYOUT(vxu_systime_t, day, 3);
-LAYOUT(vxu_systime_t, mon, 4);
-LAYOUT(vxu_systime_t, wday, 5);
-LAYOUT(vxu_systime_t, year, 6);
-SIZE(vxu_systime_t, 8);
-
-LAYOUT(vxu_loop_entry, fd, 0);
-LAYOUT(vxu_loop_entry, arg, 8);
-LAYOUT(vxu_loop_entry, events, 16);
-LAYOUT(vxu_loop_entry, kind, 20);
-LAYOUT(vxu_loop_entry, fd_cb, 24);
-LAYOUT(vxu_loop_entry, fds_cb, 32);
-LAYOUT(vxu_loop_entry, rfds, 40);
-LAYOUT(vxu_loop_entry, rfds_max, 168);
-LAYOUT(vxu_loop_entry, wfds, 176);
-LAYOUT(vxu_loop_entry, wfds_max, 304);
-LAYOUT(vxu_loop_entry, link, 312);
-SIZE(vxu_loop_entry, 328);
-LAYOUT(vxu_loop_state, capacity, 0);
-LAYOUT(vxu_loop_state, entries, 8);
-SIZE(vxu_loop_state, 24);
-
-LAYOUT(vxu_tmrq, mutex, 0);
-LAYOUT(vxu_tmrq, timers, M);
-LAYOUT(vxu_tmrq, wfd, M + 16);
-LAYOUT(vxu_tmrq, rfd, M + 20);
-LAYOUT(vxu_tmrq, last_id, M + 24);
-LAYOUT(vxu_tmrq, max_timers, M + 28);
-SIZE(vxu_tmrq, M + 32);
-
-LAYOUT(vxu_tmrq_item, param1, 0);
-LAYOUT(vxu_tmrq_item, param2, 8);
-LAYOUT(vxu_tmrq_item, param3, 16);
-LAYOUT(vxu_tmrq_item, id, 20);
-LAYOUT(vxu_tmrq_item, expire_sec, 24);
-LAYOUT(vxu_tmrq_item, expire_usec, 28);
-LAYOUT(vxu_tmrq_item, interval_ms, 32);
-LAYOUT(vxu_tmrq_item, repeat, 36);
-LAYOUT(vxu_tmrq_item, link, 40);
-SIZE(vxu_tmrq_item, 56);
-
-LAYOUT(vxu_tmr, id, 0);
-LAYOUT(vxu_tmr, arg, 8);
-LAYOUT(vxu_tmr, type, 16);
-LAYOUT(vxu_tmr, armed, 17);
-LAYOUT(vxu_tmr, deleted, 18);
-LAYOUT(vxu_tmr, repeat, 19);
-LAYOUT(vxu_tmr, interval_ms, 20);
-LAYOUT(vxu_tmr, callback, 24);
-LAYOUT(vxu_tmr, expire_sec, 32);
-LAYOUT(vxu_tmr, expire_usec, 36);
-LAYOUT(vxu_tmr, fd, 40);
-LAYOUT(vxu_tmr, link, 48);
-SIZE(vxu_tmr, 64);
-
-LAYOUT(vxu_tmr_ctx, mutex, 0);
-LAYOUT(vxu_tmr_ctx, idle_list, M);
-LAYOUT(vxu_tmr_ctx, due_list, M + 16);
-LAYOUT(vxu_tmr_ctx, fd_list, M + 32);
-LAYOUT(vxu_tmr_ctx, thread, M + 48);
-LAYOUT(vxu_tmr_ctx, wfd, M + 56);
-LAYOUT(vxu_tmr_ctx, rfd, M + 60);
-LAYOUT(vxu_tmr_ctx, last_id, M + 64);
-LAYOUT(vxu_tmr_ctx, max_timers, M + 68);
-SIZE(vxu_tmr_ctx, M + 72);
-
-LAYOUT(vxu_cmdq, mutex, 0);
-LAYOUT(vxu_cmdq, items, M);
-LAYOUT(vxu_cmdq, wfd, M + 16);
-LAYOUT(vxu_cmdq, rfd, M + 20);
-LAYOUT(vxu_cmdq, max_items, M + 24);
-SIZE(vxu_cmdq, M + 32);
-
-LAYOUT(vxu_cmdq_item, cmd, 0);
-LAYOUT(vxu_cmdq_item, data, 8);
-LAYOUT(vxu_cmdq_item, len, 16);
-LAYOUT(vxu_cmdq_item, link, 24);
-SIZE(vxu_cmdq_item, 40);
-
-LAYOUT(dfifo_ctx, head, 0);
-LAYOUT(dfifo_ctx, tail, 4);
-LAYOUT(dfifo_ctx, size, 8);
-LAYOUT(dfifo_ctx, slots, 16);
-SIZE(dfifo_ctx, 24);
-
-LAYOUT(vxu_v2n_t, value, 0);
-LAYOUT(vxu_v2n_t, name, 8);
-SIZE(vxu_v2n_t, 16);
-
-int main(void) { return 0; }
+int main(void)
+{
+    /* clang-format off */
+    { typedef vxu_list_link R; SIZE(16); AT(next, 0); AT(prev, 8); }
+    { typedef vxu_systime_t R; SIZE(8); AT(sec, 0); AT(min, 1); AT(hour, 2); AT(day, 3);
+      AT(mon, 4); AT(wday, 5); AT(year, 6); }
+    { typedef vxu_loop_entry R; SIZE(328); AT(fd, 0); AT(arg, 8); AT(events, 16); AT(kind, 20);
+      AT(fd_cb, 24); AT(fds_cb, 32); AT(rfds, 40); AT(rfds_max, 168); AT(wfds, 176);
+      AT(wfds_max, 304); AT(link, 312); }
+    { typedef vxu_loop_state R; SIZE(24); AT(capacity, 0); AT(entries, 8); }
+    { typedef vxu_tmrq R; SIZE(M + 32); AT(mutex, 0); AT(timers, M); AT(wfd, M + 16);
+      AT(rfd, M + 20); AT(last_id, M + 24); AT(max_timers, M + 28); }
+    { typedef vxu_tmrq_item R; SIZE(56); AT(param1, 0); AT(param2, 8); AT(param3, 16); AT(id, 20);
+      AT(expire_sec, 24); AT(expire_usec, 28); AT(interval_ms, 32); AT(repeat, 36); AT(link, 40); }
+    { typedef vxu_tmr R; SIZE(64); AT(id, 0); AT(arg, 8); AT(type, 16); AT(armed, 17);
+      AT(deleted, 18); AT(repeat, 19); AT(interval_ms, 20); AT(callback, 24); AT(expire_sec, 32);
+      AT(expire_usec, 36); AT(fd, 40); AT(link, 48); }
+    { typedef vxu_tmr_ctx R; SIZE(M + 72); AT(mutex, 0); AT(idle_list, M); AT(due_list, M + 16);
+      AT(fd_list, M + 32); AT(thread, M + 48); AT(wfd, M + 56); AT(rfd, M + 60);
+      AT(last_id, M + 64); AT(max_timers, M + 68); }
+    { typedef vxu_cmdq R; SIZE(M + 32); AT(mutex, 0); AT(items, M); AT(wfd, M + 16);
+      AT(rfd, M + 20); AT(max_items, M + 24); }
+    { typedef vxu_cmdq_item R; SIZE(40); AT(cmd, 0); AT(data, 8); AT(len, 16); AT(link, 24); }
+    { typedef dfifo_ctx R; SIZE(24); AT(head, 0); AT(tail, 4); AT(size, 8); AT(slots, 16); }
+    { typedef vxu_v2n_t R; SIZE(16); AT(value, 0); AT(name, 8); }
+    /* clang-format on */
+}

@@ -1,79 +1,45 @@
 #include "common/test_support.hpp"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <string>
+#include <filesystem>
+#include <memory>
 
 extern "C" int __lsan_do_recoverable_leak_check(void) __attribute__((weak));
 
 namespace vxu_test {
 
-namespace {
-
-// Enough room above a chosen descriptor for what a test opens after it.
-constexpr rlim_t kHeadroom = 128;
-// Filling a low limit is quick; the taken descriptors all sit below it.
-constexpr rlim_t kLowLimit = 256;
-
-// True once a seccomp filter is installed (some tests refuse fork with one).
-bool seccomp_filtered()
-{
-    FILE *status = fopen("/proc/self/status", "re");
-    if (!status)
-        return false;
-    char line[256];
-    int mode = 0;
-    while (fgets(line, sizeof line, status) && sscanf(line, "Seccomp: %d", &mode) != 1) {
-    }
-    fclose(status);
-    return mode == 2;
-}
-
-void expect_no_memory_leaks()
-{
-    // The check stops the world through a cloned tracer, which such a
-    // filter may refuse.
-    if (__lsan_do_recoverable_leak_check && !seccomp_filtered()) {
-        EXPECT_EQ(0, __lsan_do_recoverable_leak_check()) << "LeakSanitizer found leaks";
-    }
-}
-
-}  // namespace
-
 int run_in_child(const std::function<void()> &body)
 {
-    fflush(stdout);
-    fflush(stderr);
+    fflush(nullptr);
     const pid_t pid = fork();
     if (pid < 0)
         return -1;
     if (pid == 0) {
         body();
-        expect_no_memory_leaks();
+        // LeakSanitizer stops the world through a cloned tracer, which a
+        // seccomp filter (some tests install one) may refuse.
+        if (__lsan_do_recoverable_leak_check) {
+            const std::unique_ptr<FILE, int (*)(FILE *)> f(fopen("/proc/self/status", "re"),
+                                                           fclose);
+            const bool filtered =
+                f && read_stream(f.get()).find("\nSeccomp:\t2") != std::string::npos;
+            EXPECT_TRUE(filtered || __lsan_do_recoverable_leak_check() == 0)
+                << "LeakSanitizer found leaks";
+        }
         fflush(stdout);
-        const int status = ::testing::Test::HasFailure() ? 1 : 0;
-#ifdef VXU_TEST_COVERAGE
-        exit(status);  // runs the coverage counters' exit handlers, which _exit skips
-#else
-        _exit(status);
-#endif
+        // Coverage builds run the exit handlers that save the counters.
+        (VXU_TEST_COVERAGE ? exit : _exit)(::testing::Test::HasFailure());
     }
     int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR)
-            return -1;
-    }
-    if (WIFSIGNALED(status))
-        return 128 + WTERMSIG(status);
-    return WEXITSTATUS(status);
+    if (TEMP_FAILURE_RETRY(waitpid(pid, &status, 0)) < 0)
+        return -1;
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 void expect_child_passed(int status, const char *file, int line)
@@ -87,26 +53,18 @@ void expect_child_passed(int status, const char *file, int line)
 std::string read_stream(FILE *stream)
 {
     std::string text;
-    char buf[512];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, stream)) > 0)
-        text.append(buf, n);
+    for (int c; (c = getc(stream)) != EOF;)
+        text += static_cast<char>(c);
     return text;
 }
 
 int count_open_fds(pid_t pid)
 {
-    const std::string path = pid == 0 ? "/proc/self/fd" : "/proc/" + std::to_string(pid) + "/fd";
-    DIR *dir = opendir(path.c_str());
-    if (!dir)
-        return -1;
-    int n = 0;
-    while (const dirent *d = readdir(dir)) {
-        if (d->d_name[0] != '.')
-            ++n;
-    }
-    closedir(dir);
-    return pid == 0 ? n - 1 : n;  // our own count sees the directory stream's descriptor
+    std::error_code error;
+    const std::filesystem::directory_iterator fds(
+        pid == 0 ? "/proc/self/fd" : "/proc/" + std::to_string(pid) + "/fd", error);
+    // Our own count sees the iterator's descriptor.
+    return error ? -1 : static_cast<int>(std::distance(fds, {})) - (pid == 0);
 }
 
 const char *emulator()
@@ -125,23 +83,18 @@ socket_pair::socket_pair() { EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, fd
 
 socket_pair::~socket_pair()
 {
-    for (int f : fd) {
+    for (int f : fd)
         if (f >= 0)
             close(f);
-    }
 }
 
 bool raise_fd_limit(rlim_t limit)
 {
-    struct rlimit rl;
-    if (getrlimit(RLIMIT_NOFILE, &rl) != 0)
-        return false;
-    if (rl.rlim_cur >= limit)
-        return true;
-    if (limit > rl.rlim_max)
-        return false;
+    struct rlimit rl = {0, 0};
+    if (getrlimit(RLIMIT_NOFILE, &rl) != 0 || rl.rlim_cur >= limit)
+        return rl.rlim_cur >= limit;
     rl.rlim_cur = limit;
-    return setrlimit(RLIMIT_NOFILE, &rl) == 0;
+    return limit <= rl.rlim_max && setrlimit(RLIMIT_NOFILE, &rl) == 0;
 }
 
 int fds_taken::take_one()
@@ -155,45 +108,37 @@ int fds_taken::take_one()
 fds_taken::fds_taken(leaving_free free)
 {
     getrlimit(RLIMIT_NOFILE, &saved_);
-    if (under_valgrind())
-        return;
-    struct rlimit low = saved_;
-    low.rlim_cur = std::min(saved_.rlim_cur, kLowLimit);
-    if (setrlimit(RLIMIT_NOFILE, &low) != 0)
+    // Filling a low limit is quick; the taken descriptors all sit below it.
+    struct rlimit low = {saved_.rlim_cur < 256 ? saved_.rlim_cur : 256, saved_.rlim_max};
+    if (under_valgrind() || setrlimit(RLIMIT_NOFILE, &low) != 0)
         return;
     while (take_one() >= 0) {
     }
     if (errno != EMFILE || static_cast<int>(taken_.size()) < free.count)
         return;
-    for (int i = 0; i < free.count; ++i) {
+    for (int i = 0; i < free.count; ++i, taken_.pop_back())
         close(taken_.back());
-        taken_.pop_back();
-    }
     // Exactly count opens succeed now, and the next one fails.
-    std::vector<int> probe;
-    for (int fd; static_cast<int>(probe.size()) <= free.count &&
-                 (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;)
-        probe.push_back(fd);
-    ok_ = static_cast<int>(probe.size()) == free.count;
-    for (int fd : probe)
-        close(fd);
+    const size_t held = taken_.size();
+    while (taken_.size() - held <= static_cast<size_t>(free.count) && take_one() >= 0) {
+    }
+    ok_ = taken_.size() - held == static_cast<size_t>(free.count);
+    for (; taken_.size() > held; taken_.pop_back())
+        close(taken_.back());
 }
 
 fds_taken::fds_taken(taken_below below)
 {
     getrlimit(RLIMIT_NOFILE, &saved_);
-    if (under_valgrind())
-        return;
-    if (!raise_fd_limit(static_cast<rlim_t>(below.fd) + kHeadroom))
+    // With room above the chosen descriptor for what the test opens after it.
+    if (under_valgrind() || !raise_fd_limit(static_cast<rlim_t>(below.fd) + 128))
         return;
     int fd;
-    while ((fd = take_one()) >= 0 && fd < below.fd) {
-    }
-    if (fd < 0)
-        return;
-    close(taken_.back());  // the first one at or above the chosen number
-    taken_.pop_back();
-    ok_ = true;
+    while ((fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0 && fd < below.fd)
+        taken_.push_back(fd);
+    ok_ = fd >= 0;
+    if (ok_)
+        close(fd);  // the first one at or above the chosen number
 }
 
 fds_taken::~fds_taken()
@@ -210,10 +155,7 @@ void for_each_pair_pressure(const std::function<void(const char *)> &body)
         SCOPED_TRACE(what);
         EXPECT_IN_CHILD([&] {
             const fds_taken taken(pressure);
-            if (taken.ok())
-                body(what);
-            else
-                printf("note: the machine refused %s; not tested\n", what);
+            taken.ok() ? body(what) : (void)printf("note: %s: refused here, not tested\n", what);
         });
     };
     under("no descriptor free", leaving_free{0});

@@ -1,28 +1,21 @@
 #!/bin/sh
 # Installs the build tree into a scratch prefix and builds and runs a
 # consumer through find_package(vxutil) and through pkg-config.
+#   check_install.sh <build> <consumer source> <C compiler>
 set -eu
-build=$1
-src=$2
-generator_cc=$3
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
-
-cmake --install "$build" --prefix "$tmp/prefix" > "$tmp/install.log"
-for f in lib/libvxutil.so lib/libvxutil.so.1 include/vxutil/vxutil.h \
-         lib/pkgconfig/vxutil.pc lib/cmake/vxutil/vxutilConfig.cmake; do
-    found=$(find "$tmp/prefix" -path "*/${f#lib/}" -o -path "$tmp/prefix/$f" | head -n 1)
-    [ -n "$found" ] || { echo "not installed: $f"; exit 1; }
-done
-[ -L "$(find "$tmp/prefix" -name libvxutil.so.1 | head -n 1)" ] || { echo "SONAME link missing"; exit 1; }
-
-libdir=$(dirname "$(find "$tmp/prefix" -name libvxutil.so | head -n 1)")
-PKG_CONFIG_PATH="$libdir/pkgconfig" cmake -S "$src" -B "$tmp/consumer" \
-    -DCMAKE_C_COMPILER="$generator_cc" -DCMAKE_PREFIX_PATH="$tmp/prefix" > "$tmp/configure.log" \
-    || { cat "$tmp/configure.log"; exit 1; }
-cmake --build "$tmp/consumer" > "$tmp/build.log" || { cat "$tmp/build.log"; exit 1; }
+fail() { echo "$*"; exit 1; }
+cmake --install "$1" --prefix "$tmp/prefix" > "$tmp/log" || { cat "$tmp/log"; fail "install failed"; }
+lib=$(dirname "$(find "$tmp/prefix" -name libvxutil.so)")  # lib or lib/<multiarch>
+ls "$lib/libvxutil.so" "$lib/pkgconfig/vxutil.pc" "$lib/cmake/vxutil/vxutilConfig.cmake" \
+    "$tmp/prefix/include/vxutil/vxutil.h" > /dev/null || fail "not installed, above"
+[ -L "$lib/libvxutil.so.1" ] || fail "SONAME link missing"
+{ PKG_CONFIG_PATH="$lib/pkgconfig" cmake -S "$2" -B "$tmp/consumer" -DCMAKE_C_COMPILER="$3" \
+    -DCMAKE_PREFIX_PATH="$tmp/prefix" && cmake --build "$tmp/consumer"; } > "$tmp/log" 2>&1 \
+    || { cat "$tmp/log"; fail "the consumer does not build"; }
 for exe in with_cmake with_pkgconfig; do
-    LD_LIBRARY_PATH="$libdir" "$tmp/consumer/$exe" > "$tmp/$exe.out" || { echo "$exe failed"; exit 1; }
-    grep -qx "mem tracking is not supported" "$tmp/$exe.out" || { echo "$exe: wrong output"; exit 1; }
+    out=$(LD_LIBRARY_PATH="$lib" "$tmp/consumer/$exe") && [ "$out" = "mem tracking is not supported" ] \
+        || fail "$exe failed or printed: $out"
 done
 echo "installed tree works through find_package and pkg-config"
