@@ -26,11 +26,16 @@ def die(msg):
     sys.exit("vxu_manpages: " + msg)
 
 
+def escape(text):
+    """Backslashes and anything beyond ASCII as groff escapes."""
+    text = text.replace("\\", "\\e")
+    return "".join(c if ord(c) < 128 else ("\\(mu" if c == "\u00d7" else "\\[u%04X]" % ord(c))
+                   for c in text)
+
+
 def roff(text):
     """Inline Doxygen text to roff: escapes, @p italic, @c and calls bold."""
-    text = text.replace("\\", "\\e")
-    text = "".join(c if ord(c) < 128 else ("\\(mu" if c == "\u00d7" else "\\[u%04X]" % ord(c))
-                   for c in text)
+    text = escape(text)
     for cmd in re.findall(r"@(\w+)", text):
         if cmd not in INLINE_COMMANDS:
             die("unknown inline command @%s in: %s" % (cmd, text))
@@ -43,7 +48,7 @@ def roff(text):
 
 def plain(text):
     """Inline Doxygen text without markup, for the NAME line."""
-    return re.sub(r"@[pc]\s+", "", text).replace("\\", "\\e")
+    return escape(re.sub(r"@[pc]\s+", "", text))
 
 
 def parse_doc(block):
