@@ -1,9 +1,13 @@
 include(CMakePackageConfigHelpers)
 
-install(TARGETS vxutil vxlog
+install(TARGETS vxutil
   EXPORT vxutilTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   PUBLIC_HEADER DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vxutil)
+# Outside the export set: the CMake package works with any libvxlog.so.
+if(VXU_INSTALL_VXLOG)
+  install(TARGETS vxlog LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
 install(DIRECTORY include/vxutil DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   FILES_MATCHING PATTERN "*.h")
 
