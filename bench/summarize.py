@@ -20,6 +20,7 @@ from such a file without measuring (for a change of wording or reasons).
 import argparse
 import datetime
 import json
+import math
 import os
 import platform
 import re
@@ -407,20 +408,23 @@ def chart(rows, folder, out_dir, stamp):
             label = f"{r['what']} vs {short(r['peer'])}".replace('"', "'")
             aim = r["aim"][1] if r["aim"] else "NaN"
             f.write(f'{y} {r["ratio"]:.5g} {r["lo"]:.5g} {r["hi"]:.5g} {aim} "{label}"\n')
+    # Whole decades around every spread, 1 always inside.
+    low = 10 ** math.floor(math.log10(min([r["lo"] for r in shown] + [1]) / 1.5))
+    high = 10 ** math.ceil(math.log10(max([r["hi"] for r in shown] + [1]) * 1.5))
     script = f"""
-set terminal pngcairo size 1200,{160 + 22 * len(shown)} font ",9"
+set terminal pngcairo size 1200,{180 + 22 * len(shown)} font ",9"
 set output "{os.path.join(out_dir, 'ratios.png')}"
 set termoption noenhanced
 set title "vxutil / peer ({stamp}): median of repetitions, bar = smallest to largest; below 1 is better (log scale)"
 set logscale x
 set style fill solid 0.5
-set xrange [0.001:20]
+set xrange [{low}:{high}]
 set yrange [-0.7:{len(shown) - 0.3}]
 set ytics scale 0
 set grid x
-set key bottom left
+set key outside bottom center horizontal
 set arrow from 1, graph 0 to 1, graph 1 nohead lw 2 dt 2
-plot "{data}" using 2:1:(0.001):2:($1-0.35):($1+0.35):ytic(6) with boxxyerror lc rgb "#6a9fd4" title "median", \\
+plot "{data}" using 2:1:({low}):2:($1-0.35):($1+0.35):ytic(6) with boxxyerror lc rgb "#6a9fd4" title "median", \\
      "" using 2:1:3:4 with xerrorbars lc rgb "black" pt 0 title "spread", \\
      "" using 5:1 with points pt 2 ps 1.2 lc rgb "#c03030" title "aim"
 """
