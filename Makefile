@@ -127,9 +127,11 @@ bench-build: deps
 	cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DVXU_BUILD_BENCH=ON -DVXU_BUILD_TESTS=OFF
 	cmake --build $(BUILD)-bench -j $(JOBS)
 
-# Reruns every benchmark; rewrites bench/README.md's table and bench/ratios.png.
+# Reruns every benchmark with repetitions in random order; rewrites
+# bench/README.md's table and bench/ratios.png. BENCH_QUICK=1: two short
+# repetitions for a smoke test, table to stdout, chart in the build folder.
 bench-summary: bench-build
-	python3 bench/summarize.py $(BUILD)-bench/bench
+	python3 bench/summarize.py $(if $(BENCH_QUICK),--quick) $(BUILD)-bench/bench
 
 bench: bench-build
 	for b in $(BUILD)-bench/bench/vxu_bench_*; do echo "== $$b"; ./$$b; done

@@ -437,7 +437,7 @@ void BM_PingPong(benchmark::State &state)
         ->ArgName("cpus")                                                                          \
         ->Arg(1)                                                                                   \
         ->Arg(2)                                                                                   \
-        ->Iterations(5)                                                                            \
+        ->Iterations(1)                                                                            \
         ->UseRealTime()                                                                            \
         ->Unit(benchmark::kMillisecond);                                                           \
     BENCHMARK_TEMPLATE(BM_PingPong, channel)                                                       \

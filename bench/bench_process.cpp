@@ -45,6 +45,8 @@ void reap_finished()
     }
 }
 
+// Most of each iteration is spent in a child, so every benchmark here sizes
+// its runs by elapsed time, not by this process's CPU time.
 void BM_PosixSpawnShTrue(benchmark::State &state)
 {
     char *argv[] = {const_cast<char *>("sh"), const_cast<char *>("-c"), const_cast<char *>("true"),
@@ -52,7 +54,7 @@ void BM_PosixSpawnShTrue(benchmark::State &state)
     for (auto _ : state)
         spawn_and_wait("/bin/sh", argv, false);
 }
-BENCHMARK(BM_PosixSpawnShTrue)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PosixSpawnShTrue)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 // The floor of any fork-based runner: fork, exec, waitpid and nothing else.
 void BM_ForkExecShTrue(benchmark::State &state)
@@ -66,14 +68,14 @@ void BM_ForkExecShTrue(benchmark::State &state)
         waitpid(pid, nullptr, 0);
     }
 }
-BENCHMARK(BM_ForkExecShTrue)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ForkExecShTrue)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 void BM_ComSystemTrue(benchmark::State &state)
 {
     for (auto _ : state)
         benchmark::DoNotOptimize(vxu_com_system("true"));
 }
-BENCHMARK(BM_ComSystemTrue)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ComSystemTrue)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 // The daemons come back to this process (a subreaper) and are reaped as
 // they end, outside the measured call.
@@ -87,7 +89,7 @@ void BM_StartDaemonTrue(benchmark::State &state)
         state.ResumeTiming();
     }
 }
-BENCHMARK(BM_StartDaemonTrue)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_StartDaemonTrue)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 void close_loop(long bound)
 {
@@ -114,11 +116,13 @@ BENCHMARK_TEMPLATE(BM_ForkCleanUp, close_loop)
     ->Arg(1024)
     ->Arg(20000)
     ->Arg(1 << 20)
+    ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
 BENCHMARK_TEMPLATE(BM_ForkCleanUp, library_clean_up)
     ->Arg(1024)
     ->Arg(20000)
     ->Arg(1 << 20)
+    ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
 
 void BM_CheckProcessByName(benchmark::State &state)
@@ -126,7 +130,7 @@ void BM_CheckProcessByName(benchmark::State &state)
     for (auto _ : state)
         benchmark::DoNotOptimize(vexmar_check_process_by_name(kAbsentName));
 }
-BENCHMARK(BM_CheckProcessByName)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CheckProcessByName)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 void BM_PgrepX(benchmark::State &state)
 {
@@ -135,7 +139,7 @@ void BM_PgrepX(benchmark::State &state)
     for (auto _ : state)
         spawn_and_wait("/usr/bin/pgrep", argv, true);
 }
-BENCHMARK(BM_PgrepX)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PgrepX)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 void BM_Pidof(benchmark::State &state)
 {
@@ -143,7 +147,7 @@ void BM_Pidof(benchmark::State &state)
     for (auto _ : state)
         spawn_and_wait("/bin/pidof", argv, true);
 }
-BENCHMARK(BM_Pidof)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Pidof)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 int count_processes()
 {
