@@ -1,8 +1,10 @@
 #include <arpa/inet.h>
-#include <pthread.h>
+#include <stdio.h>
 #include <string.h>
 
 #include <string>
+#include <thread>
+#include <tuple>
 
 #include <vxutil/net.h>
 
@@ -10,152 +12,121 @@
 
 namespace {
 
-TEST(Ipv4Check, StrictDottedQuadOnly)
+TEST(AddressText, StrictDottedQuad)
 {
     for (const char *ok :
          {"0.0.0.0", "1.2.3.4", "255.255.255.255", "01.002.3.4", "0000000001.2.3.4"})
         EXPECT_EQ(0, vexmar_ipv4_check(ok)) << ok;
-    for (const char *bad : {"1.2.3", "1.2.3.", "256.1.1.1", "1.2.3.256", "1.2.3.4.", "1.2.3 4",
-                            "1..2.3.4", "+1.2.3.4", "1.2.3.4\n", "a.b.c.d", "1.2.3.4.5", ".1.2.3.4",
-                            "99999999999.1.1.1", "4294967296.1.2.3", "1.2.3.4294967300", ""})
-        EXPECT_EQ(-1, vexmar_ipv4_check(bad)) << '"' << bad << '"';
-    EXPECT_EQ(-1, vexmar_ipv4_check(nullptr));
+    for (const char *bad :
+         {"1.2.3", "1.2.3.", "256.1.1.1", "1.2.3.256", "1.2.3.4.", "1.2.3 4", "1..2.3.4",
+          "+1.2.3.4", "1.2.3.4\n", "a.b.c.d", "1.2.3.4.5", ".1.2.3.4", "99999999999.1.1.1",
+          "4294967296.1.2.3", "1.2.3.4294967300", "", static_cast<const char *>(nullptr)})
+        EXPECT_EQ(-1, vexmar_ipv4_check(bad)) << (bad ? bad : "(null)");
 }
 
-TEST(StrMac, ColonFieldsWithStrtolLeniency)
+// Text into bytes: each parser fills an 8-byte buffer that starts as ee..ee,
+// shown in hex afterwards.
+using parser = int (*)(const char *, uint8_t *);
+int strmac(const char *t, uint8_t *out) { return vxu_net_strmac(t, out, 8); }
+int strmac5(const char *t, uint8_t *out) { return vxu_net_strmac(t, out, 5); }
+int strip(const char *t, uint8_t *out)
 {
-    uint8_t mac[8];
-    ASSERT_EQ(0, vxu_net_strmac("00:11:22:aa:BB:cc", mac, sizeof mac));
-    const uint8_t expect[] = {0x00, 0x11, 0x22, 0xaa, 0xbb, 0xcc, 0, 0};
-    EXPECT_EQ(0, memcmp(expect, mac, sizeof mac)) << "the tail of the buffer is cleared";
+    return vxu_net_strip(t, reinterpret_cast<in_addr *>(out));
+}
+int strip_test(const char *t, uint8_t *) { return vxu_net_strip(t, nullptr); }
+int mac_to_null(const char *t, uint8_t *) { return vexmar_mac_to_char(t, nullptr); }
+constexpr parser mac_to_char = vexmar_mac_to_char;
 
-    ASSERT_EQ(0, vxu_net_strmac("::0:1:2:3:4:5:", mac, 6)) << "runs of separators are one";
-    EXPECT_EQ(0x05, mac[5]);
-    ASSERT_EQ(0, vxu_net_strmac("0x1:-1:1FF: a:2:3", mac, 6));
-    const uint8_t lenient[] = {0x01, 0xff, 0xff, 0x0a, 0x02, 0x03};
-    EXPECT_EQ(0, memcmp(lenient, mac, 6)) << "prefix, sign, blanks accepted; low byte kept";
+std::string hex8(const uint8_t *p)
+{
+    char s[17];
+    for (int i = 0; i < 8; ++i)
+        snprintf(s + 2 * i, 3, "%02x", p[i]);
+    return s;
+}
 
-    for (const char *bad : {"00:11:22:33:44", "00:11:22:33:44:55:66", "00:11:22:33:44:5g",
-                            "00:11:22:33:44:0x", "", ":::"}) {
-        memset(mac, 0xee, sizeof mac);
-        EXPECT_EQ(-1, vxu_net_strmac(bad, mac, sizeof mac)) << bad;
-        EXPECT_EQ(0, mac[0] | mac[3] | mac[5] | mac[7]) << "a failure leaves zeros: " << bad;
+// strmac: runs of ':' are one separator, strtol's leniency holds (0x, sign,
+// blanks), the low byte is kept, only 63 characters are read, and a failure
+// leaves zeros; mac_to_char: one or two digits per field, a failure leaves
+// the output alone.
+TEST(AddressText, TextToBytes)
+{
+    // clang-format off
+    const std::tuple<parser, const char *, int, const char *> rows[] = {
+        {strmac, "00:11:22:aa:BB:cc", 0, "001122aabbcc0000"},
+        {strmac, "::0:1:2:3:4:5:", 0, "0001020304050000"},
+        {strmac, "0x1:-1:1FF: a:2:3", 0, "01ffff0a02030000"},
+        {strmac, "00:11:22:33:44:55::::::::::::::::::::::::::::::::::::::::::::::66", 0, "0011223344550000"},
+        {strmac, "00:11:22:33:44", -1, "0000000000000000"},
+        {strmac, "00:11:22:33:44:55:66", -1, "0000000000000000"},
+        {strmac, "00:11:22:33:44:5g", -1, "0000000000000000"}, {strmac, "", -1, "0000000000000000"},
+        {strmac, nullptr, -1, "eeeeeeeeeeeeeeee"},
+        {strmac5, "00:11:22:33:44:55", -1, "eeeeeeeeeeeeeeee"},
+        {mac_to_char, "a:b:c:d:e:f", 0, "0a0b0c0d0e0feeee"},
+        {mac_to_char, "DE:ad:BE:ef:00:99 x", 0, "deadbeef0099eeee"},
+        {mac_to_char, "001:22:33:44:55:66", -1, "eeeeeeeeeeeeeeee"},
+        {mac_to_char, "00:11:22:33:44", -1, "eeeeeeeeeeeeeeee"},
+        {mac_to_char, nullptr, -1, "eeeeeeeeeeeeeeee"},
+        {mac_to_null, "00:11:22:33:44:55", -1, "eeeeeeeeeeeeeeee"},
+        {strip, "192.168.10.254", 0, "c0a80afeeeeeeeee"}, {strip, "10.1", 0, "0a000001eeeeeeee"},
+        {strip, "1.2.3.4x", -1, "eeeeeeeeeeeeeeee"}, {strip, "", -1, "eeeeeeeeeeeeeeee"},
+        {strip, nullptr, -1, "eeeeeeeeeeeeeeee"}, {strip_test, "0x7f.1", 0, "eeeeeeeeeeeeeeee"}};
+    // clang-format on
+    for (const auto &[fn, text, rc, bytes] : rows) {
+        uint8_t out[8];
+        memset(out, 0xee, sizeof out);
+        EXPECT_EQ(rc, fn(text, out)) << (text ? text : "(null)");
+        EXPECT_EQ(bytes, hex8(out)) << (text ? text : "(null)");
     }
-    memset(mac, 0xee, sizeof mac);
-    EXPECT_EQ(-1, vxu_net_strmac("00:11:22:33:44:55", mac, 5));
-    EXPECT_EQ(-1, vxu_net_strmac(nullptr, mac, 6));
-    EXPECT_EQ(0xee, mac[0]) << "guards leave the buffer untouched";
-
-    // Only the first 63 characters are read.
-    std::string padded = "00:11:22:33:44:55" + std::string(46, ':') + "66";
-    EXPECT_EQ(0, vxu_net_strmac(padded.c_str(), mac, 6));
 }
 
-TEST(MacToChar, TwoHexDigitFields)
-{
-    uint8_t mac[6];
-    ASSERT_EQ(0, vexmar_mac_to_char("a:b:c:d:e:f", mac));
-    const uint8_t short_fields[] = {0x0a, 0x0b, 0x0c, 0x0d, 0x0e, 0x0f};
-    EXPECT_EQ(0, memcmp(short_fields, mac, 6));
-    ASSERT_EQ(0, vexmar_mac_to_char("DE:ad:BE:ef:00:99 trailing", mac));
-    const uint8_t mixed[] = {0xde, 0xad, 0xbe, 0xef, 0x00, 0x99};
-    EXPECT_EQ(0, memcmp(mixed, mac, 6));
+// Bytes into text, in a buffer of '#' guards read up to the first guard.
+const uint8_t kMac[7] = {0x0a, 0x1b, 0x2c, 0xd3, 0xe4, 0xff, 0x99};
+const in_addr kV4 = {htonl(0xc0a80afe)};
+const in6_addr kV6 = {{{0xfe, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 2}}};
+int put(const char *text, char *buf) { return text ? (strcpy(buf, text), 0) : -1; }
 
-    memset(mac, 0x77, sizeof mac);
-    EXPECT_EQ(-1, vexmar_mac_to_char("001:22:33:44:55:66", mac));
-    EXPECT_EQ(-1, vexmar_mac_to_char("00:11:22:33:44", mac));
-    EXPECT_EQ(0x77, mac[0]) << "failure leaves the output untouched";
-    EXPECT_EQ(-1, vexmar_mac_to_char(nullptr, mac));
-    EXPECT_EQ(-1, vexmar_mac_to_char("00:11:22:33:44:55", nullptr));
+TEST(AddressText, BytesToText)
+{
+    // clang-format off
+    const std::tuple<int (*)(char *), int, const char *> rows[] = {
+        {[](char *b) { return vxu_net_macstr(kMac, 7, b, 18); }, 0, "0A:1B:2C:D3:E4:FF"},
+        {[](char *b) { return vxu_net_macstr(kMac, 7, b, 17); }, -1, ""},
+        {[](char *b) { return vxu_net_macstr(kMac, 5, b, 18); }, -1, ""},
+        {[](char *b) { return vxu_net_macstr(nullptr, 6, b, 18); }, -1, ""},
+        {[](char *) { return vxu_net_macstr(kMac, 6, nullptr, 18); }, -1, ""},
+        {[](char *b) { return vxu_net_ipstr(&kV4, b, 16); }, 0, "192.168.10.254"},
+        {[](char *b) { return vxu_net_ipstr(&kV4, b, 14); }, -1, ""},
+        {[](char *b) { return vxu_net_ipstr(&kV4, b, 0); }, -1, ""},
+        {[](char *b) { return vxu_net_ipstr(nullptr, b, 16); }, -1, ""},
+        {[](char *) { return vxu_net_ipstr(&kV4, nullptr, 16); }, -1, ""},
+        {[](char *b) { return vxu_net_ip6str(&kV6, b, 46); }, 0, "fe80::1:2"},
+        {[](char *b) { return vxu_net_ip6str(&kV6, b, 5); }, -1, ""},
+        {[](char *b) { return vxu_net_ip6str(nullptr, b, 46); }, -1, ""},
+        {[](char *b) { return put(vexmar_ip_int_to_string(0x0101a8c0), b); }, 0, "192.168.1.1"},
+        {[](char *b) { return put(vexmar_ip_int_to_string(0xffffffff), b); }, 0, "255.255.255.255"},
+        {[](char *b) { return put(vexmar_ipv6_ntop(kV6), b); }, 0, "fe80::1:2"},
+        {[](char *b) { return put(vexmar_ipv4_ntoa(kV4), b); }, 0, "192.168.10.254"}};
+    // clang-format on
+    for (const auto &[fn, rc, text] : rows) {
+        char buf[64];
+        memset(buf, '#', sizeof buf);
+        EXPECT_EQ(rc, fn(buf)) << text;
+        EXPECT_EQ(text, std::string(buf, strcspn(buf, "#"))) << text;
+    }
 }
 
-TEST(MacStr, UpperCaseTextNeedsEighteenBytes)
+TEST(AddressText, ResultBuffersArePerThread)
 {
-    const uint8_t mac[] = {0x0a, 0x1b, 0x2c, 0xd3, 0xe4, 0xff, 0x99};
-    char buf[18];
-    memset(buf, '#', sizeof buf);
-    EXPECT_EQ(-1, vxu_net_macstr(mac, 7, buf, 17));
-    EXPECT_EQ('#', buf[0]);
-    EXPECT_EQ(-1, vxu_net_macstr(mac, 5, buf, 18));
-    EXPECT_EQ(-1, vxu_net_macstr(nullptr, 6, buf, 18));
-    EXPECT_EQ(-1, vxu_net_macstr(mac, 6, nullptr, 18));
-    ASSERT_EQ(0, vxu_net_macstr(mac, 7, buf, 18));
-    EXPECT_STREQ("0A:1B:2C:D3:E4:FF", buf);
-}
-
-TEST(IpText, CallerBuffers)
-{
-    in_addr v4;
-    ASSERT_EQ(1, inet_pton(AF_INET, "192.168.10.254", &v4));
-    char buf[INET6_ADDRSTRLEN];
-    ASSERT_EQ(0, vxu_net_ipstr(&v4, buf, 16));
-    EXPECT_STREQ("192.168.10.254", buf);
-    EXPECT_EQ(-1, vxu_net_ipstr(&v4, buf, 14)) << "text does not fit";
-    EXPECT_EQ(-1, vxu_net_ipstr(&v4, buf, 0));
-    EXPECT_EQ(-1, vxu_net_ipstr(nullptr, buf, 16));
-    EXPECT_EQ(-1, vxu_net_ipstr(&v4, nullptr, 16));
-
-    in6_addr v6;
-    ASSERT_EQ(1, inet_pton(AF_INET6, "fe80::1:2", &v6));
-    ASSERT_EQ(0, vxu_net_ip6str(&v6, buf, sizeof buf));
-    EXPECT_STREQ("fe80::1:2", buf);
-    EXPECT_EQ(-1, vxu_net_ip6str(&v6, buf, 5));
-    EXPECT_EQ(-1, vxu_net_ip6str(nullptr, buf, sizeof buf));
-
-    in_addr out{};
-    EXPECT_EQ(0, vxu_net_strip("10.1", &out)) << "inet_aton's short form";
-    EXPECT_EQ(htonl(0x0a000001), out.s_addr);
-    EXPECT_EQ(0, vxu_net_strip("0x7f.1", nullptr)) << "a null output only tests";
-    EXPECT_EQ(-1, vxu_net_strip("1.2.3.4x", &out));
-    EXPECT_EQ(-1, vxu_net_strip("", &out));
-    EXPECT_EQ(-1, vxu_net_strip(nullptr, &out));
-}
-
-struct thread_texts {
-    const char *v4 = nullptr;
-    std::string v4_text;
-    const char *v6 = nullptr;
-    std::string v6_text;
-};
-
-void *convert_in_thread(void *arg)
-{
-    auto *t = static_cast<thread_texts *>(arg);
-    t->v4 = vexmar_ip_int_to_string(htonl(0x0a000002));
-    t->v4_text = t->v4;
-    t->v6 = vexmar_ipv6_ntop(in6addr_loopback);
-    t->v6_text = t->v6 ? t->v6 : "";
-    return nullptr;
-}
-
-TEST(IpText, PerThreadResultBuffers)
-{
-    const uint32_t lowest_first = 192u | 168u << 8 | 1u << 16 | 1u << 24;
-    const char *mine = vexmar_ip_int_to_string(lowest_first);
-    EXPECT_STREQ("192.168.1.1", mine);
-    EXPECT_STREQ("255.255.255.255", vexmar_ip_int_to_string(0xffffffffu));
-    EXPECT_EQ(mine, vexmar_ip_int_to_string(lowest_first)) << "one buffer per thread";
-
-    in6_addr v6;
-    ASSERT_EQ(1, inet_pton(AF_INET6, "2001:db8::ff", &v6));
-    const char *mine6 = vexmar_ipv6_ntop(v6);
-    ASSERT_NE(nullptr, mine6);
-    EXPECT_STREQ("2001:db8::ff", mine6);
-
-    thread_texts other;
-    pthread_t th;
-    ASSERT_EQ(0, pthread_create(&th, nullptr, convert_in_thread, &other));
-    ASSERT_EQ(0, pthread_join(th, nullptr));
-    EXPECT_EQ("10.0.0.2", other.v4_text);
-    EXPECT_EQ("::1", other.v6_text);
-    EXPECT_NE(mine, other.v4);
-    EXPECT_NE(mine6, other.v6);
-    EXPECT_STREQ("192.168.1.1", mine) << "another thread's call left this one alone";
-    EXPECT_STREQ("2001:db8::ff", mine6);
-
-    in_addr a;
-    a.s_addr = htonl(0x7f000001);
-    EXPECT_STREQ("127.0.0.1", vexmar_ipv4_ntoa(a));
+    const char *v4 = vexmar_ip_int_to_string(0x0101a8c0);
+    const char *v6 = vexmar_ipv6_ntop(in6addr_loopback);
+    std::thread([&] {
+        EXPECT_NE(v4, vexmar_ip_int_to_string(0x0200000a));
+        EXPECT_NE(v6, vexmar_ipv6_ntop(kV6));
+    }).join();
+    EXPECT_STREQ("192.168.1.1", v4) << "another thread's call left this one alone";
+    EXPECT_STREQ("::1", v6);
+    EXPECT_EQ(v4, vexmar_ip_int_to_string(0)) << "one buffer per thread";
 }
 
 }  // namespace

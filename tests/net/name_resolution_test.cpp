@@ -1,228 +1,123 @@
 #include <arpa/inet.h>
-#include <errno.h>
 #include <netdb.h>
 #include <signal.h>
-#include <string.h>
-#include <sys/mount.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <string>
+#include <fstream>
+#include <regex>
+#include <tuple>
 
 #include <vxutil/net.h>
 
-#include "common/test_support.hpp"
-#include "net/net_test_util.hpp"
+#include "net/sandbox.hpp"
 
 namespace {
 
-using vxu_net_test::skip_child;
-using vxu_net_test::stdout_capture;
-using vxu_test::fd_leak_check;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStdout;
 
-bool contains(const std::string &text, const std::string &part)
+// Replaces an /etc file inside the sandbox.
+void mount_over(const char *target, const char *text)
 {
-    return text.find(part) != std::string::npos;
+    const std::string copy = std::string("/tmp/") + basename(target);
+    std::ofstream(copy) << text;
+    if (mount(copy.c_str(), target, nullptr, MS_BIND, nullptr) != 0)
+        vxu_net_test::skip_child(std::string("cannot bind-mount over ") + target);
 }
 
-// Replaces an /etc file for this mount namespace only.
-void mount_over(const char *target, const std::string &dir, const char *name,
-                const std::string &text)
-{
-    const std::string file = dir + "/" + name;
-    vxu_net_test::write_file(file, text);
-    if (mount(file.c_str(), target, "none", MS_BIND, nullptr) != 0)
-        skip_child(std::string("cannot bind-mount over ") + target + ": " + strerror(errno));
-}
-
-TEST(HostLookup, LiteralsAndFailures)
-{
-    {
-        fd_leak_check leaks;
-        stdout_capture out;
-        const char *text = vexmar_gethostbyurl("127.0.0.1");
-        ASSERT_NE(nullptr, text);
-        EXPECT_STREQ("127.0.0.1", text);
-        const std::string printed = out.finish();
-        EXPECT_EQ(0u, printed.find("===host name :127.0.0.1\n====res:0x")) << printed;
-        EXPECT_EQ('\n', printed.back());
-    }
-    {
-        fd_leak_check leaks;
-        stdout_capture out;
-        EXPECT_EQ(nullptr, vexmar_gethostbyurl(nullptr));
-        const std::string expected =
-            "====error:" + std::to_string(EAI_NONAME) + "," + gai_strerror(EAI_NONAME);
-        EXPECT_EQ(expected, out.finish()) << "no host line, no line end";
-    }
-    {
-        fd_leak_check leaks;
-        stdout_capture out;
-        EXPECT_EQ(nullptr, vexmar_gethostbyurl("::1")) << "IPv6 only";
-        EXPECT_TRUE(contains(out.finish(), "====res:"));
-    }
-}
-
-TEST(HostLookup, SkipsIpv6EntriesAheadOfIpv4)
-{
-    vxu_net_test::scratch_dir dir;  // removed once the child's mounts are gone
-    EXPECT_IN_NETNS(
-        [&dir] {
-            mount_over("/etc/hosts", dir.path(), "hosts",
-                       "fd00::5 mixed.test\n10.9.8.7 mixed.test\nfd00::6 v6only.test\n");
-            addrinfo hints{};
-            hints.ai_flags = AI_PASSIVE;
-            hints.ai_socktype = SOCK_DGRAM;
-            addrinfo *list = nullptr;
-            ASSERT_EQ(0, getaddrinfo("mixed.test", nullptr, &hints, &list));
-            const int first_family = list->ai_family;
-            freeaddrinfo(list);
-            EXPECT_EQ(AF_INET6, first_family) << "the resolver should list the IPv6 entry first";
-
-            stdout_capture out;
-            const char *text = vexmar_gethostbyurl("mixed.test");
-            EXPECT_STREQ("10.9.8.7", text ? text : "(null)");
-            EXPECT_EQ(nullptr, vexmar_gethostbyurl("v6only.test"));
-            const std::string printed = out.finish();
-            EXPECT_TRUE(contains(printed, "===host name :mixed.test\n====res:")) << printed;
-            EXPECT_TRUE(contains(printed, "===host name :v6only.test\n====res:")) << printed;
-        },
-        true);
-}
-
-// dnsmasq on 127.0.0.1:53 of the current namespace with records of our own.
-class dns_server {
-public:
+// dnsmasq on 127.0.0.1:53 of the sandbox with records of its own; it answers
+// once the start command has returned, and is stopped by its pid.
+struct dns_server {
+    pid_t pid = 0;
     dns_server()
     {
-        const char *binary = nullptr;
-        for (const char *p : {"/usr/sbin/dnsmasq", "/sbin/dnsmasq", "/usr/bin/dnsmasq"}) {
-            if (access(p, X_OK) == 0)
-                binary = p;
-        }
-        if (!binary)
-            skip_child("dnsmasq is not installed (Debian package dnsmasq-base)");
-        pid_ = fork();
-        if (pid_ == 0) {
-            execl(binary, "dnsmasq", "--keep-in-foreground", "--conf-file=/dev/null", "--no-resolv",
-                  "--no-hosts", "--pid-file=", "--user=root", "--listen-address=127.0.0.1",
-                  "--bind-interfaces", "--port=53", "--local=/test/", "--log-facility=/dev/null",
-                  "--host-record=two.test,10.1.1.1", "--host-record=two.test,10.1.1.2",
-                  "--host-record=six.test,fd00::6", static_cast<char *>(nullptr));
-            _exit(127);
-        }
-        if (pid_ < 0 || !wait_listening())
-            skip_child("dnsmasq did not start");
+        if (!vxu_net_test::shell("dnsmasq --conf-file=/dev/null --no-resolv --no-hosts "
+                                 "--user=root --pid-file=/tmp/dns.pid --listen-address=127.0.0.1 "
+                                 "--bind-interfaces --local=/test/ --log-facility=/dev/null "
+                                 "--host-record=two.test,10.1.1.1 --host-record=two.test,10.1.1.2 "
+                                 "--host-record=six.test,fd00::6"))
+            vxu_net_test::skip_child("dnsmasq (package dnsmasq-base) did not start");
+        std::ifstream("/tmp/dns.pid") >> pid;
     }
     ~dns_server()
     {
-        if (pid_ > 0) {
-            kill(pid_, SIGTERM);
-            waitpid(pid_, nullptr, 0);
-        }
+        if (pid > 0)
+            kill(pid, SIGTERM);
     }
-
-private:
-    // The server is up once its UDP port is taken.
-    bool wait_listening()
-    {
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons(53);
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        for (int i = 0; i < 100; ++i) {
-            if (waitpid(pid_, nullptr, WNOHANG) == pid_) {
-                pid_ = -1;
-                return false;
-            }
-            const int probe = socket(AF_INET, SOCK_DGRAM, 0);
-            const int rc = bind(probe, reinterpret_cast<sockaddr *>(&a), sizeof a);
-            const int err = errno;
-            close(probe);
-            if (rc != 0 && err == EADDRINUSE)
-                return true;
-            usleep(50 * 1000);
-        }
-        return false;
-    }
-
-    pid_t pid_ = -1;
 };
 
-std::string dotted(const in_addr &a) { return inet_ntoa(a); }
-
-TEST(AdnsResolver, AgainstALocalServer)
+// The result and what was printed, the list's address shown as P.
+std::string lookup(const char *host)
 {
-    EXPECT_IN_NETNS([] {
-        dns_server server;
-        const in_addr untouched = {htonl(0x01020304)};
-        fd_leak_check leaks;
+    CaptureStdout();
+    const char *text = vexmar_gethostbyurl(host);
+    const std::string printed =
+        std::regex_replace(GetCapturedStdout(), std::regex("0x[0-9a-f]+"), "P");
+    return std::string(text ? text : "(null)") + " | " + printed;
+}
 
-        // sortlist decides which record comes first in the answer.
-        in_addr out = untouched;
-        EXPECT_EQ(0, vexmar_resolver_dns("nameserver 127.0.0.1\nsortlist 10.1.1.2/32\n", "two.test",
-                                         &out));
-        EXPECT_EQ("10.1.1.2", dotted(out));
-        EXPECT_EQ(0, vexmar_resolver_dns("nameserver 127.0.0.1\nsortlist 10.1.1.1/32\n", "two.test",
-                                         &out));
-        EXPECT_EQ("10.1.1.1", dotted(out));
-
-        out = untouched;
-        EXPECT_EQ(0, vexmar_resolver_dns("nameserver 127.0.0.1", "six.test", &out))
-            << "no A record";
-        EXPECT_EQ(untouched.s_addr, out.s_addr);
-        EXPECT_EQ(0, vexmar_resolver_dns("nameserver 127.0.0.1", "missing.test", &out));
-        EXPECT_EQ(untouched.s_addr, out.s_addr);
-
-        stdout_capture captured;
-        EXPECT_EQ(-1, vexmar_resolver_dns("nameserver not-an-address", "two.test", &out));
-        const std::string printed = captured.finish();
-        EXPECT_TRUE(contains(printed, "==adns_init_strcfg failure====\n")) << printed;
-        EXPECT_EQ(untouched.s_addr, out.s_addr);
-        EXPECT_EQ(-1, vexmar_resolver_dns("nameserver 127.0.0.1", nullptr, &out));
+// Entries of other families ahead of the first IPv4 one are passed over.
+TEST(NameResolution, SystemResolver)
+{
+    EXPECT_IN_SANDBOX([] {
+        mount_over("/etc/hosts", "fd00::5 mixed.test\n10.9.8.7 mixed.test\nfd00::6 v6only.test\n");
+        vxu_test::fd_leak_check leaks;
+        EXPECT_EQ("127.0.0.1 | ===host name :127.0.0.1\n====res:P\n", lookup("127.0.0.1"));
+        EXPECT_EQ("10.9.8.7 | ===host name :mixed.test\n====res:P\n", lookup("mixed.test"));
+        EXPECT_EQ("(null) | ===host name :v6only.test\n====res:P\n", lookup("v6only.test"));
+        EXPECT_EQ("(null) | ===host name :::1\n====res:P\n", lookup("::1"));
+        EXPECT_EQ("(null) | ====error:" + std::to_string(EAI_NONAME) + "," +
+                      gai_strerror(EAI_NONAME),
+                  lookup(nullptr));
     });
 }
 
-TEST(AdnsResolver, SystemConfiguration)
+// With a configuration text of its own, or the system's (the environment
+// ignored, diagnostics on standard error). The answer's status is not
+// examined: a name without A records leaves the output alone.
+TEST(NameResolution, Adns)
 {
-    vxu_net_test::scratch_dir dir;  // removed once the child's mounts are gone
-    EXPECT_IN_NETNS(
-        [&dir] {
-            dns_server server;
-            mount_over("/etc/resolv.conf", dir.path(), "resolv.conf", "nameserver 127.0.0.1\n");
-            // The environment is not consulted: this text would fail the init.
-            setenv("RES_CONF_TEXT", "nameserver not-an-address", 1);
-            in_addr out{};
-            {
-                fd_leak_check leaks;
-                stdout_capture captured;
-                EXPECT_EQ(0, vexmar_resolver_dns(nullptr, "two.test", &out));
-                const std::string printed = captured.finish();
-                EXPECT_TRUE(printed.empty()) << "diagnostics go to standard error: " << printed;
-            }
-            EXPECT_TRUE(dotted(out) == "10.1.1.1" || dotted(out) == "10.1.1.2") << dotted(out);
-        },
-        true);
+    EXPECT_IN_SANDBOX([] {
+        dns_server server;
+        mount_over("/etc/resolv.conf", "nameserver 127.0.0.1\nsortlist 10.1.1.2/32\n");
+        setenv("RES_CONF_TEXT", "nameserver not-an-address", 1);
+        vxu_test::fd_leak_check leaks;
+        // clang-format off
+        const std::tuple<const char *, const char *, const char *, const char *> rows[] = {
+            {"nameserver 127.0.0.1\nsortlist 10.1.1.2/32", "two.test", "0 10.1.1.2", ""},
+            {"nameserver 127.0.0.1\nsortlist 10.1.1.1/32", "two.test", "0 10.1.1.1", ""},
+            {"nameserver 127.0.0.1", "six.test", "0 1.2.3.4", ""},
+            {"nameserver 127.0.0.1", "missing.test", "0 1.2.3.4", ""},
+            {"nameserver not-an-address", "two.test", "-1 1.2.3.4", "==adns_init_strcfg failure====\n"},
+            {"nameserver 127.0.0.1", nullptr, "-1 1.2.3.4", ""}, {nullptr, "two.test", "0 10.1.1.2", ""}};
+        // clang-format on
+        for (const auto &[config, host, want, line] : rows) {
+            in_addr out = {htonl(0x01020304)};
+            CaptureStdout();
+            const int rc = vexmar_resolver_dns(config, host, &out);
+            const std::string printed = GetCapturedStdout();
+            EXPECT_EQ(want, std::to_string(rc) + " " + inet_ntoa(out)) << config;
+            EXPECT_NE(std::string::npos, printed.find(line)) << printed;
+            EXPECT_TRUE(config || printed.empty()) << "diagnostics go to standard error";
+        }
+    });
 }
 
-TEST(AdnsResolver, InitFailuresArePrinted)
+TEST(NameResolution, FailsWithoutAFreeDescriptor)
 {
     SKIP_UNDER_VALGRIND(vxu_test::kDescriptorLimits);
     EXPECT_IN_CHILD([] {
-        stdout_capture captured;
         in_addr out{};
+        CaptureStdout();
         {
-            // With no descriptor left adns cannot make its socket.
             vxu_test::fds_taken none(vxu_test::leaving_free{0});
             ASSERT_TRUE(none.ok());
             EXPECT_EQ(-1, vexmar_resolver_dns(nullptr, "two.test", &out));
             EXPECT_EQ(-1, vexmar_resolver_dns("nameserver 127.0.0.1", "two.test", &out));
             EXPECT_EQ(nullptr, vexmar_gethostbyurl("localhost")) << "the hosts file cannot be read";
         }
-        const std::string printed = captured.finish();
+        const std::string printed = GetCapturedStdout();
         EXPECT_EQ(0u, printed.find("===adns init failure====\n")) << printed;
-        EXPECT_TRUE(contains(printed, "==adns_init_strcfg failure====\n")) << printed;
+        EXPECT_NE(std::string::npos, printed.find("==adns_init_strcfg failure====\n")) << printed;
     });
 }
 
