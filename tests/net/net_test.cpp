@@ -255,9 +255,11 @@ char g_buf[1 << 16];
 // then empties the peer and writes it a byte, so the repeated call succeeds.
 void release(int)
 {
+    const int saved = errno;
     while (read(g_peer, g_buf, sizeof g_buf) > 0) {
     }
     (void)!write(g_peer, "z", 1);
+    errno = saved;
 }
 
 TEST(IpcTransfer, RetriesOnlyInterruptions)
@@ -350,8 +352,7 @@ TEST(InterfaceControl, ChangesAndReadsReachTheKernel)
             EXPECT_EQ(rc, read()) << value;
             EXPECT_EQ(value, v);
         }
-        uint8_t m[8];
-        memset(m, 0xee, sizeof m);
+        uint8_t m[8] = {0xee, 0xee, 0xee, 0xee, 0xee, 0xee, 0xee, 0xee};
         EXPECT_EQ(-3, vxu_net_get_ifmac("vxa", m, 5) + vxu_net_get_ifmac("", m, 6) +
                           vxu_net_get_ifmac("vxnone", m, 6));
         EXPECT_EQ(0, vxu_net_get_ifmac("vxa", m, 6));
@@ -362,7 +363,6 @@ TEST(InterfaceControl, ChangesAndReadsReachTheKernel)
         char b[18];
         for (int size : {0, 1, 5, 16}) {
             memset(b, '#', sizeof b);
-            b[17] = '\0';
             EXPECT_EQ(size ? 0 : -1, vxu_net_get_ifname(index, b, size)) << size;
             EXPECT_EQ((size ? std::string(kName15, size - 1) + '\0' : "") + "#",
                       std::string(b, size + 1))
