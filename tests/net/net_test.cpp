@@ -129,7 +129,7 @@ void in_sandbox(const std::function<void()> &body)
 {
     const int status = vxu_test::run_in_child([&] {
         if (unshare(CLONE_NEWNET | CLONE_NEWNS) != 0 ||
-            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
             mount("tmpfs", "/tmp", "tmpfs", 0, nullptr) != 0 ||
             mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0 || !shell("ip link set lo up"))
             skip(std::string("private namespaces or `ip`: ") + strerror(errno));
@@ -384,7 +384,7 @@ void mount_over(const char *target, const std::string &text)
 {
     const std::string copy = "/tmp/" + std::string(target).substr(5);
     std::ofstream(copy) << text;
-    if (mount(copy.c_str(), target, nullptr, MS_BIND, nullptr) != 0)
+    if (mount(copy.c_str(), target, "none", MS_BIND, nullptr) != 0)
         skip(std::string("cannot bind-mount over ") + target);
 }
 
