@@ -47,9 +47,9 @@ TEST(FileHelpers, ValuesSizesExistenceAndReads)
     // Path, size to read, result, buffer head (no terminator added), file size, existence.
     const std::tuple<const char *, int, int, const char *, int, int> rows[] = {
         {data.c_str(), 4, 4, "0123####", 10, 0}, {data.c_str(), 16, 10, "012345678\n######", 10, 0},
-        {data.c_str(), 0, 0, "#", 10, 0}, {p.c_str(), 16, 1, "\n#", 1, 0},
+        {data.c_str(), 0, 0, "#", 10, 0}, {p.c_str(), 16, 1, "\n#", 1, 0}, {"", 4, -1, "#", -1, -1},
         {data.c_str(), -1, -1, "#", 10, 0}, {missing.c_str(), 4, -1, "#", -1, 1},
-        {under.c_str(), 4, -1, "#", -1, 1}, {"", 4, -1, "#", -1, -1}, {nullptr, 4, -1, "#", -1, -1}};
+        {under.c_str(), 4, -1, "#", -1, 1}, {nullptr, 4, -1, "#", -1, -1}};
     // clang-format on
     for (const auto &[path, size, rc, head, file_size, exist] : rows) {
         char buf[17] = "################";
@@ -100,7 +100,7 @@ TEST(WlanMacFile, WritesTwoExactLinesAndReadsTheFirstBack)
         const std::pair<const char *, bool> lines[] = {
             {"Intf0MacAddress=abcdef012349\nEND\n", true}, {"Intf0MacAddress=aBcDeF012349", true},
             {"Intf0MacAddress=abcdef01234999\n", true}, {"Intf1MacAddress=abcdef012349\n", false},
-            {"intf0MacAddress=abcdef012349\n", false}, {"Intf0MacAddress=abcdef01234\nEND\n", false},
+            {"intf0MacAddress=abcdef012349\n", false}, {"Intf0MacAddress=abcdef01234\n", false},
             {"Intf0MacAddress= abcdef012349\n", false}, {"Intf0MacAddress=0xcdef012349\n", false},
             {"Intf0MacAddress=abcdef01234g\n", false}, {"", false}};
         // clang-format on

@@ -121,13 +121,13 @@ void fail_calls(std::initializer_list<long> numbers, int err, int fd = -1)
 TEST(Commands, PopenRunnersAndFileSync)
 {
     temp_dir dir;
-    setenv("VXU_MARK", dir.file("ran").c_str(), 1);
+    setenv("RAN", dir.file("ran").c_str(), 1);
     // Command, length, result, buffer head. Output past the length meets a closed
     // pipe; a negative length or an empty command runs nothing.
     // clang-format off
     const std::tuple<const char *, int, int, const char *> rows[] = {
-        {"touch $VXU_MARK; printf hello", 16, 5, "hello###"}, {"touch $VXU_MARK; yes", 7, 7, "y\ny\ny\ny#"},
-        {"touch $VXU_MARK; echo x", 0, 0, "########"}, {"touch $VXU_MARK", -1, -1, "########"},
+        {"touch $RAN; printf hello", 16, 5, "hello###"}, {"touch $RAN; yes", 7, 7, "y\ny\ny\ny#"},
+        {"touch $RAN; echo x", 0, 0, "########"}, {"touch $RAN", -1, -1, "########"},
         {"", 8, -1, "########"}};
     // clang-format on
     unchanged_fds_and_mask guard;
@@ -145,7 +145,7 @@ TEST(Commands, PopenRunnersAndFileSync)
         EXPECT_EQ(0, vxu_os_system("cat; echo %d", 42));
         EXPECT_EQ(0, vexmar_do_system_call("cat; echo %s", "done"));
         // A stand-in for the device's fsync tool logs its arguments.
-        write_text(dir.file("fsync"), "#!/bin/sh\nprintf '%s\\n' \"$@\" >> $VXU_MARK\nexit 3\n");
+        write_text(dir.file("fsync"), "#!/bin/sh\nprintf '%s\\n' \"$@\" >> $RAN\nexit 3\n");
         chmod(dir.file("fsync").c_str(), 0700);
         setenv("PATH", (dir.path + ":" + getenv("PATH")).c_str(), 1);
         EXPECT_EQ(-1, vxu_com_file_sync(nullptr));
