@@ -396,9 +396,10 @@ TEST(SingleInstance, SecondInstanceWaitsUntilTheFirstReleases)
         struct sigaction sa = {};
         sa.sa_handler = [](int) {};  // without SA_RESTART the waiting flock fails with EINTR
         ASSERT_EQ(0, sigaction(SIGALRM, &sa, nullptr));
-        ualarm(200000, 0);
+        ualarm(200000, 200000);  // again and again, should one come before the wait
         EXPECT_EQ(-1, vexmar_set_process_single_instance(lock.c_str()));
         EXPECT_EQ(EINTR, errno);
+        ualarm(0, 0);
         vexmar_release_process_single_instance(held);
         EXPECT_EQ(0, vexmar_check_process_singal_instance(lock.c_str())) << "free once released";
     });
