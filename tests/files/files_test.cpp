@@ -68,7 +68,7 @@ constexpr const char kFile[] = "/lib/firmware/wlan/qca_cld/wlan_mac.bin";
 void in_firmware_sandbox(const std::function<void()> &body)
 {
     const int status = vxu_test::run_in_child([&] {
-        if (unshare(CLONE_NEWNS) != 0 || mount("", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) ||
+        if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) ||
             mount("tmpfs", "/lib/firmware", "tmpfs", 0, "size=1m") != 0)
             _exit(77);
         body();

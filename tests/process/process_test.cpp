@@ -188,8 +188,8 @@ TEST_P(Failures, EveryCallFailsCleanly)
         {"start_daemon", [&] { return vxu_com_start_daemon(&slot, "/bin/true"); }, {-2, -2, -3}},
         {"by name", [&] { return vexmar_check_process_by_name(self); }, {-1, -1, 0}},
         {"by pid", [&] { return vexmar_check_process_by_pid(getpid(), self); }, {-1, 0, 0}},
+        {"write pid", [&] { return vexmar_write_pid_file(pf); }, {-1, 0, 0}},  // this child's
         {"pid file", [&] { return vexmar_check_process_by_pid_file(pf, self); }, {-1, 0, 0}},
-        {"write pid", [&] { return vexmar_write_pid_file(pf); }, {-1, 0, 0}},
         {"resident pages", [] { return vxu_com_mem_get_rss() > 0 ? 0 : -1; }, {-1, 0, 0}},
         {"raise flag", [&] { return vxu_com_add_flag_file((name + "_new").c_str()); }, {-1, 0, 0}},
         {"lower flag", [&] { return vxu_com_del_flag_file(name.c_str()); }, {-1, 0, 0}},
