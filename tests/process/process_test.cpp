@@ -108,7 +108,8 @@ void fail_calls(std::initializer_list<long> numbers, int err, int arg = -1, int 
         p.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<__u32>(nr), left--, 0));
     p.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
     if (arg >= 0) {
-        p.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args) + 8u * arg));
+        p.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_ABS,
+                             static_cast<__u32>(offsetof(seccomp_data, args) + 8u * arg)));
         p.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<__u32>(value), 1, 0));
         p.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
     }
@@ -173,7 +174,6 @@ TEST_P(Failures, EveryCallFailsCleanly)
     temp_dir dir;
     const std::string pid_file = dir.file("pid"), lock = dir.file("lock");
     const char *self = program_invocation_short_name, *pf = pid_file.c_str(), *lk = lock.c_str();
-    ASSERT_EQ(0, vexmar_write_pid_file(pf));
     ASSERT_EQ(0, vxu_com_add_flag_file(name.c_str()));
     char buf[4];
     int slot = 4711, lock_fd = -1;
