@@ -17,24 +17,17 @@ inline const timeval *wall;        // answers gettimeofday and time
 
 extern "C" int clock_gettime(clockid_t id, timespec *ts) noexcept
 {
-    if (fake_clock::uptime && (id == CLOCK_MONOTONIC || id == CLOCK_BOOTTIME))
-        return fake_clock::uptime(ts);
-    return static_cast<int>(syscall(SYS_clock_gettime, id, ts));
+    const bool fake = fake_clock::uptime && (id == CLOCK_MONOTONIC || id == CLOCK_BOOTTIME);
+    return fake ? fake_clock::uptime(ts) : int(syscall(SYS_clock_gettime, id, ts));
 }
 
 extern "C" int gettimeofday(timeval *tv, void *tz) noexcept
 {
-    if (!fake_clock::wall)
-        return static_cast<int>(syscall(SYS_gettimeofday, tv, tz));
-    *tv = *fake_clock::wall;
-    return 0;
+    return fake_clock::wall ? (*tv = *fake_clock::wall, 0) : int(syscall(SYS_gettimeofday, tv, tz));
 }
 
 extern "C" time_t time(time_t *out) noexcept
 {
     timeval now;
-    gettimeofday(&now, nullptr);
-    if (out)
-        *out = now.tv_sec;
-    return now.tv_sec;
+    return gettimeofday(&now, nullptr), out ? *out = now.tv_sec : now.tv_sec;
 }

@@ -269,7 +269,8 @@ TEST(LoopRun, SignalsBudgetsAndBadDescriptors)
         EXPECT_EQ(-1, vxu_loop_run(-1));
         EXPECT_EQ(5, passes);
         EXPECT_EQ(-1, vxu_loop_run(0));
-        EXPECT_EQ(0, vxu_loop_remove(fd) | vxu_loop_run(0));
+        EXPECT_EQ(0, vxu_loop_remove(fd));
+        EXPECT_EQ(0, vxu_loop_run(0));
     });
 }
 
