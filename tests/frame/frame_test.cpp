@@ -168,6 +168,17 @@ TEST(Threads, DetachedWorkersWaitThroughSignalsThenShareAMutex)
     struct sigaction sa = {};
     sa.sa_handler = [](int) {};  // no SA_RESTART: waits see EINTR
     ASSERT_EQ(0, sigaction(SIGUSR1, &sa, nullptr) | sigaction(SIGALRM, &sa, nullptr));
+    EXPECT_IN_CHILD([] {  // single-threaded still, as forked children must be
+        ualarm(100000, 0);
+        const uint64_t begin = vxu_com_get_uptime_ms();
+        vxu_os_wait(30, 0);
+        EXPECT_LT(vxu_com_get_uptime_ms() - begin, 10000u) << "a signal ends the sleep";
+        pthread_attr_t attr;  // a default stack larger than any address space
+        ASSERT_EQ(0, pthread_attr_init(&attr));
+        ASSERT_EQ(0, pthread_attr_setstacksize(&attr, size_t(1) << 50));
+        ASSERT_EQ(0, pthread_setattr_default_np(&attr));
+        EXPECT_EQ(0u, vxu_thread_create(work, nullptr));
+    });
     ASSERT_EQ(0,
               vxu_mutex_init(&g_lock, nullptr) | vxu_sem_create(&g_go) | vxu_sem_create(&g_done));
     worker w[2];
@@ -186,18 +197,6 @@ TEST(Threads, DetachedWorkersWaitThroughSignalsThenShareAMutex)
     for (int i = 0; i < 2; ++i)  // each ran detached, with its own argument
         EXPECT_TRUE(pthread_equal(t[i], w[i].first) && w[i].second == PTHREAD_CREATE_DETACHED);
     EXPECT_EQ(0, vxu_mutex_destroy(&g_lock));
-
-    EXPECT_IN_CHILD([] {
-        ualarm(100000, 0);
-        const uint64_t begin = vxu_com_get_uptime_ms();
-        vxu_os_wait(30, 0);
-        EXPECT_LT(vxu_com_get_uptime_ms() - begin, 10000u) << "a signal ends the sleep";
-        pthread_attr_t attr;  // a default stack larger than any address space
-        ASSERT_EQ(0, pthread_attr_init(&attr));
-        ASSERT_EQ(0, pthread_attr_setstacksize(&attr, size_t(1) << 50));
-        ASSERT_EQ(0, pthread_setattr_default_np(&attr));
-        EXPECT_EQ(0u, vxu_thread_create(work, nullptr));
-    });
 }
 
 }  // namespace
