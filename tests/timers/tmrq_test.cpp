@@ -1,131 +1,178 @@
 #include <fcntl.h>
 #include <limits.h>
-#include <stdio.h>
+#include <stddef.h>
 #include <sys/ioctl.h>
 
-#include <vector>
+#include <algorithm>
+#include <tuple>
+#include <random>
 
-#include <vxutil/frame.h>
-#include <vxutil/timers.h>
-
-#include "common/test_support.hpp"
-#include "timers/tmrq_test_queue.hpp"
+#include "timers/tmr_test_util.hpp"
 
 namespace {
 
-using tmrq_test::queue;
-
-uint64_t us_of(uint32_t sec, uint32_t usec) { return uint64_t{sec} * 1000000 + usec; }
-
-uint64_t uptime_us()
+std::vector<int> ids(vxu_tmrq &q)
 {
-    uint32_t sec = 0, usec = 0;
-    vxu_com_get_uptime(&sec, &usec);
-    return us_of(sec, usec);
+    std::vector<int> out;
+    for (vxu_list_link *l = q.timers.next; l != &q.timers; l = l->next)
+        out.push_back(reinterpret_cast<vxu_tmrq_item *>(reinterpret_cast<char *>(l) -
+                                                        offsetof(vxu_tmrq_item, link))
+                          ->id);
+    return out;
 }
 
-TEST(Tmrq, InitAddAndDueTimes)
+// The queue has no teardown: its timers are deleted and its pair closed.
+void drop(vxu_tmrq &q)
 {
-    EXPECT_EQ(-1, vxu_tmrq_init(nullptr, 0));
-    EXPECT_EQ(100, queue(0).q.max_timers);
-    const uint64_t before = uptime_us();
-    queue t(2);
-    unsigned sec = 0, usec = 0;
-    char nl = 0;
-    ASSERT_EQ(3, sscanf(t.printed.c_str(), "curr boot time : sec=%u, usec=%u%c", &sec, &usec, &nl))
-        << t.printed;
-    EXPECT_EQ('\n', nl);
-    EXPECT_LE(before / 1000000, sec);
-    EXPECT_GE(before / 1000000 + 1, sec);
-    for (int fd : {t.q.wfd, t.q.rfd})
-        EXPECT_TRUE((fcntl(fd, F_GETFL) & O_NONBLOCK) && !(fcntl(fd, F_GETFD) & FD_CLOEXEC));
-
-    EXPECT_EQ(1, vxu_tmrq_tmr_add(&t.q, 11, 12, 13, 1500, 0));
-    const uint64_t after = uptime_us();
-    EXPECT_EQ(2, vxu_tmrq_tmr_add(&t.q, 0, 0, 0, 999, 1));
-    EXPECT_EQ(-1, vxu_tmrq_tmr_add(&t.q, 0, 0, 0, 10, 0)) << "capacity 2";
-    EXPECT_EQ(-1, vxu_tmrq_tmr_add(nullptr, 0, 0, 0, 10, 0));
-    ASSERT_EQ((std::vector<int>{2, 1}), t.ids());
-    const vxu_tmrq_item *item = t.item(1);
-    EXPECT_EQ(11u, item->param1);
-    EXPECT_EQ(13u, item->param3);
-    EXPECT_LT(item->expire_usec, 1000000u);
-    EXPECT_GE(us_of(item->expire_sec, item->expire_usec), before + 1500000);
-    EXPECT_LE(us_of(item->expire_sec, item->expire_usec), after + 1500000);
-
-    // Set moves the due time to now plus the new interval; the ids wrap.
-    EXPECT_EQ(0, vxu_tmrq_tmr_set(&t.q, 1, 7, 8, 9, 200, 1));
-    EXPECT_EQ((std::vector<int>{1, 2}), t.ids());
-    EXPECT_EQ(7u, t.item(0)->param1);
-    EXPECT_LT(us_of(t.item(0)->expire_sec, t.item(0)->expire_usec), uptime_us() + 200000 + 1);
-    EXPECT_EQ(1, vxu_tmrq_tmr_set(&t.q, 99, 0, 0, 0, 5, 0));
-    EXPECT_EQ(-1, vxu_tmrq_tmr_set(nullptr, 1, 0, 0, 0, 5, 0));
-    EXPECT_EQ(0, vxu_tmrq_tmr_del(&t.q, 2));
-    EXPECT_EQ(0, vxu_tmrq_tmr_del(&t.q, 99));
-    EXPECT_EQ(-1, vxu_tmrq_tmr_del(nullptr, 1));
-    EXPECT_EQ(0, vxu_tmrq_tmr_is_exist(&t.q, 2));
-    EXPECT_EQ(0, vxu_tmrq_tmr_is_exist(nullptr, 1));
-    t.q.last_id = INT_MAX;
-    EXPECT_EQ(1, vxu_tmrq_tmr_add(&t.q, 0, 0, 0, 10, 0));
-    EXPECT_EQ(4, t.pending_bytes())
-        << "a byte for each insertion (adds and sets), none for deletes";
+    for (int id : ids(q))
+        vxu_tmrq_tmr_del(&q, id);
+    close(q.wfd);
+    close(q.rfd);
 }
 
-TEST(Tmrq, InsertionSortsBehindEqualDueTimes)
+// Random adds, sets, deletes, existence tests and pulls against a model.
+// Intervals are 0 (due at once) or far apart (never due during the test),
+// so the list is in order of (interval, arming); every insertion, and
+// nothing else, leaves a wake-up byte; a pull with nothing due drains up to
+// 16 of them instead of sleeping. The ids start near INT_MAX to wrap.
+TEST(Tmrq, RandomOperationsMatchAModel)
 {
-    queue t(0);
-    const uint32_t plan[][3] = {{1, 5, 500}, {2, 4, 999999}, {3, 5, 500},
-                                {4, 5, 0},   {5, 6, 0},      {6, 4, 999999}};
-    ASSERT_EQ(0, pthread_mutex_lock(&t.q.mutex));
-    for (const auto &p : plan) {
+    const unsigned seed = 7;
+    std::mt19937 rng(seed);
+    vxu_tmrq q;
+    ASSERT_EQ(0, vxu_tmrq_init(&q, 6));
+    int last_id = q.last_id = INT_MAX - 3, bytes = 0;
+    std::vector<std::pair<uint64_t, vxu_tmrq_item>> model;  // (interval, arming) key, fields
+    for (uint64_t step = 0; step < 3000; ++step) {
+        SCOPED_TRACE(testing::Message() << "seed " << seed << " step " << step);
+        const int id = model.empty() || rng() % 5 == 0 ? static_cast<int>(rng() % 8)
+                                                       : model[rng() % model.size()].second.id;
+        vxu_tmrq_item f = {};
+        f.param1 = rng(), f.param2 = uint64_t{rng()} << 32, f.param3 = rng(), f.id = id;
+        f.interval_ms = rng() % 3 ? 0 : 1000000 * (rng() % 3 + 1), f.repeat = rng() % 2;
+        const uint64_t key = uint64_t{f.interval_ms} << 20 | step;
+        const auto it = std::find_if(model.begin(), model.end(),
+                                     [id](const auto &t) { return t.second.id == id; });
+        vxu_tmrq_item *item = nullptr;
+        switch (rng() % 6) {
+        case 0:
+        case 1:
+            f.id = model.size() >= 6 ? -1 : last_id == INT_MAX ? 1 : last_id + 1;
+            ASSERT_EQ(f.id,
+                      vxu_tmrq_tmr_add(&q, f.param1, f.param2, f.param3, f.interval_ms, f.repeat));
+            if (f.id > 0)
+                model.emplace_back(key, f), last_id = f.id, ++bytes;
+            break;
+        case 2:
+            ASSERT_EQ(it == model.end(), vxu_tmrq_tmr_set(&q, id, f.param1, f.param2, f.param3,
+                                                          f.interval_ms, f.repeat));
+            if (it != model.end())
+                *it = {key, f}, ++bytes;
+            break;
+        case 3:
+            ASSERT_EQ(0, vxu_tmrq_tmr_del(&q, id));
+            if (it != model.end())
+                model.erase(it);
+            break;
+        case 4:
+            ASSERT_EQ(it != model.end(), vxu_tmrq_tmr_is_exist(&q, id));
+            break;
+        default:
+            if (!model.empty() && model[0].second.interval_ms == 0) {  // the head is due
+                ASSERT_EQ(1, vxu_tmrq_pull(&q, &item));
+                const vxu_tmrq_item &w = model[0].second;
+                EXPECT_EQ(std::tie(w.id, w.param1, w.param2, w.param3, w.interval_ms, w.repeat),
+                          std::tie(item->id, item->param1, item->param2, item->param3,
+                                   item->interval_ms, item->repeat));
+                EXPECT_TRUE(item->expire_usec < 1000000 && !item->link.next == !w.repeat)
+                    << w.repeat;
+                EXPECT_EQ(0, vxu_tmrq_item_free(&q, item));
+                if (w.repeat)
+                    model[0].first = step, ++bytes;  // back in the list, one interval on
+                else
+                    model.erase(model.begin());
+            } else if (bytes > 0) {  // a pull that finds nothing due drains and returns
+                ASSERT_EQ(0, vxu_tmrq_pull(&q, &item));
+                bytes -= std::min(bytes, 16);
+            }
+        }
+        std::stable_sort(model.begin(), model.end(),
+                         [](const auto &a, const auto &b) { return a.first < b.first; });
+        std::vector<int> expected;
+        for (const auto &t : model)
+            expected.push_back(t.second.id);
+        ASSERT_EQ(expected, ids(q));
+        int unread = -1;
+        ioctl(q.rfd, FIONREAD, &unread);
+        ASSERT_EQ(bytes, unread) << "one wake-up byte per insertion";
+        char drained[64];  // due repeating timers keep pulls from draining the pair
+        if (bytes > 100)
+            bytes -= static_cast<int>(read(q.rfd, drained, sizeof drained));
+    }
+    drop(q);
+}
+
+TEST(Tmrq, InsertionGoesBehindEqualDueTimes)
+{
+    vxu_tmrq q;
+    ASSERT_EQ(0, vxu_tmrq_init(&q, 0));
+    const uint32_t due[][2] = {{5, 500}, {4, 999999}, {5, 500}, {5, 0}, {6, 0}, {4, 999999}};
+    ASSERT_EQ(0, pthread_mutex_lock(&q.mutex));
+    for (int i = 0; i < 6; ++i) {
         auto *item =
             static_cast<vxu_tmrq_item *>(_vxu_mem_alloc("test", __LINE__, sizeof(vxu_tmrq_item)));
-        item->id = static_cast<int>(p[0]);
-        item->expire_sec = p[1];
-        item->expire_usec = p[2];
-        EXPECT_EQ(0, _tmr_list_insert(&t.q, item));
+        item->id = i + 1;
+        item->expire_sec = due[i][0];
+        item->expire_usec = due[i][1];
+        EXPECT_EQ(0, _tmr_list_insert(&q, item));
     }
-    ASSERT_EQ(0, pthread_mutex_unlock(&t.q.mutex));
-    EXPECT_EQ((std::vector<int>{2, 6, 4, 1, 3, 5}), t.ids());
-    EXPECT_EQ(6, t.pending_bytes()) << "a byte wherever the record lands";
+    ASSERT_EQ(0, pthread_mutex_unlock(&q.mutex));
+    EXPECT_EQ((std::vector<int>{2, 6, 4, 1, 3, 5}), ids(q));
+    drop(q);
 }
 
-TEST(Tmrq, PullDeliversOneDueTimerPerCall)
+// Real waits: init's line, the pull order by due time, the empty queue's
+// two-second wait, and the null arguments.
+TEST(Tmrq, PullWaitsForTheEarliestTimer)
 {
-    queue t(0);
-    const int late = vxu_tmrq_tmr_add(&t.q, 0, 0, 0, 300, 0);
-    const int early = vxu_tmrq_tmr_add(&t.q, 0, 0, 0, 100, 0);
-    const int repeating = vxu_tmrq_tmr_add(&t.q, 0, 0, 0, 200, 1);
-    std::vector<int> order;
-    vxu_tmrq_item *item = nullptr;
-    while (order.size() < 4 && (item = t.pull_next(3000))) {
-        order.push_back(item->id);
-        EXPECT_EQ(0, vxu_tmrq_item_free(&t.q, item));
-        if (order.back() == repeating && order.size() == 2) {
-            EXPECT_EQ(1, vxu_tmrq_tmr_is_exist(&t.q, repeating))
-                << "not released, back in the list";
-            EXPECT_EQ(0, vxu_tmrq_tmr_set(&t.q, repeating, 0, 0, 0, 400, 0));
-        }
-    }
-    EXPECT_EQ((std::vector<int>{early, repeating, late, repeating}), order);
-    EXPECT_TRUE(t.ids().empty());
+    vxu_tmrq q;
+    EXPECT_EQ(-1, vxu_tmrq_init(nullptr, 0));
+    testing::internal::CaptureStdout();
+    const uint64_t boot = vxu_com_get_uptime_ms() / 1000;
+    ASSERT_EQ(0, vxu_tmrq_init(&q, 0));
+    const std::string printed = testing::internal::GetCapturedStdout();
+    unsigned sec = 99, usec = 0;
+    char nl = 0;
+    ASSERT_EQ(3, sscanf(printed.c_str(), "curr boot time : sec=%u, usec=%u%c", &sec, &usec, &nl))
+        << printed;
+    EXPECT_TRUE(nl == '\n' && sec >= boot && sec <= boot + 1 && usec < 1000000) << printed;
+    EXPECT_EQ(100, q.max_timers);
+    for (int fd : {q.wfd, q.rfd})
+        EXPECT_TRUE((fcntl(fd, F_GETFL) & O_NONBLOCK) && !(fcntl(fd, F_GETFD) & FD_CLOEXEC));
 
-    // Due together, they come out over successive calls in insertion order.
-    const int a = vxu_tmrq_tmr_add(&t.q, 0, 0, 0, 0, 0);
-    const int b = vxu_tmrq_tmr_add(&t.q, 0, 0, 0, 0, 0);
-    for (int id : {a, b}) {
-        ASSERT_EQ(1, vxu_tmrq_pull(&t.q, &item));
-        EXPECT_EQ(id, item->id);
-        EXPECT_EQ(nullptr, item->link.next);
-        vxu_tmrq_item_free(&t.q, item);
+    const uint64_t start = vxu_com_get_uptime_ms();
+    for (uint32_t ms : {300, 100, 200})
+        ASSERT_GT(vxu_tmrq_tmr_add(&q, ms, 0, 0, ms, 0), 0);
+    vxu_tmrq_item *item = nullptr;
+    for (uint64_t ms : {100, 200, 300}) {
+        while (vxu_tmrq_pull(&q, &item) == 0 && vxu_com_get_uptime_ms() < start + 5000) {
+        }
+        ASSERT_NE(nullptr, item);
+        const uint64_t at = vxu_com_get_uptime_ms() - start;
+        EXPECT_EQ(ms, item->param1);
+        EXPECT_TRUE(at >= ms && at < ms + 700) << "delivered after " << at << " ms";
+        vxu_tmrq_item_free(&q, item);
     }
     EXPECT_EQ(-1, vxu_tmrq_pull(nullptr, &item));
-    EXPECT_EQ(-1, vxu_tmrq_pull(&t.q, nullptr));
-    const uint64_t start = vxu_com_get_uptime_ms();
-    EXPECT_EQ(0, vxu_tmrq_pull(&t.q, &item)) << "the bytes of the adds";
-    EXPECT_EQ(0, vxu_tmrq_pull(&t.q, &item)) << "an empty queue waits 2 s";
-    EXPECT_GE(vxu_com_get_uptime_ms() - start, 1950u);
-    EXPECT_LT(vxu_com_get_uptime_ms() - start, 6000u);
+    EXPECT_EQ(-1, vxu_tmrq_pull(&q, nullptr));
+    EXPECT_EQ(0, vxu_tmrq_tmr_is_exist(nullptr, 1));
+    EXPECT_EQ(-1, vxu_tmrq_tmr_add(nullptr, 0, 0, 0, 0, 0));
+    EXPECT_EQ(-1, vxu_tmrq_tmr_set(nullptr, 1, 0, 0, 0, 0, 0));
+    EXPECT_EQ(-1, vxu_tmrq_tmr_del(nullptr, 1));
+    const uint64_t idle = vxu_com_get_uptime_ms();
+    EXPECT_EQ(0, vxu_tmrq_pull(&q, &item)) << "an empty queue waits 2 s";
+    EXPECT_TRUE(vxu_com_get_uptime_ms() - idle >= 1950 && vxu_com_get_uptime_ms() - idle < 6000);
+    drop(q);
 }
 
 TEST(Tmrq, QueueWithoutAPairRefusesToWait)
@@ -133,9 +180,9 @@ TEST(Tmrq, QueueWithoutAPairRefusesToWait)
     vxu_test::for_each_pair_pressure([](const char *what) {
         vxu_tmrq q;
         ASSERT_EQ(0, vxu_tmrq_init(&q, 0)) << what;
-        EXPECT_EQ(-1, q.wfd) << what;
-        EXPECT_EQ(-1, q.rfd) << what;
+        EXPECT_TRUE(q.wfd == -1 && q.rfd == -1);
         EXPECT_EQ(-1, vxu_tmrq_tmr_add(&q, 0, 0, 0, 0, 0)) << "no byte written";
+        EXPECT_EQ(-1, vxu_tmrq_tmr_set(&q, 1, 0, 0, 0, 0, 0)) << "no byte written";
         EXPECT_EQ(1, vxu_tmrq_tmr_is_exist(&q, 1)) << "queued all the same";
         vxu_tmrq_item *item;
         EXPECT_EQ(-1, vxu_tmrq_pull(&q, &item)) << "must not wait";
