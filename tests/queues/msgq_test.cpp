@@ -46,13 +46,13 @@ constexpr int kProj = 'v';
 // it logged (empty: none).
 void check(const char *call, int rc, int result, int error, const std::string &log)
 {
-    EXPECT_EQ(result, rc) << call;
     EXPECT_TRUE(!error || error == errno) << call << ": " << strerror(errno);
+    EXPECT_EQ(result, rc) << call;
     EXPECT_EQ(log, g_log) << call;
     g_log.clear();
     errno = 0;
 }
-#define CHECK(call, result, error, log) check(#call, call, result, error, log)
+#define ROW(call, result, error, log) check(#call, call, result, error, log)
 
 TEST(MsgQueue, ReturnCodesErrnoAndLogLines)
 {
@@ -64,7 +64,7 @@ TEST(MsgQueue, ReturnCodesErrnoAndLogLines)
         umask(0);
         const vxu_test::fd_leak_check no_leaks;  // init opens and closes the key file
         const std::string created = "4 vxu_msgq_init: create message queue success 0";
-        CHECK(vxu_msgq_init(kHandle, "k", kProj), 0, 0, created);  // a namespace's first id
+        ROW(vxu_msgq_init(kHandle, "k", kProj), 0, 0, created);  // a namespace's first id
         struct stat st;
         struct msqid_ds ds;
         ASSERT_TRUE(stat("k", &st) == 0 && msgctl(0, IPC_STAT, &ds) == 0);
@@ -77,35 +77,35 @@ TEST(MsgQueue, ReturnCodesErrnoAndLogLines)
             long type;
             char text[16];
         } in{}, out{5, "0123456789"}, nine{9, "nine"};
-        CHECK(vxu_msgq_init(kHandle, "k", kProj), 0, 0, created);
-        CHECK(vxu_msgq_init(kHandle, "no/k", kProj), -1, ENOENT,
-              "1 vxu_msgq_init: create key file no/k failed.");
-        CHECK((g_ftok_error = EACCES, vxu_msgq_init(kHandle, "k", kProj)), -1, EACCES,
-              "1 vxu_msgq_init: ftok error");
-        CHECK(vxu_msgq_init(kHandle, "k", 1), -1, ENOSPC,
-              "1 vxu_msgq_init: create message queue error");
-        CHECK(vxu_msgq_get(kHandle, &held, "none", 1) || held != 5, 0, 0, "");  // not looked up
-        CHECK(vxu_msgq_get(kHandle, &got, "k", kProj) || got, 0, 0, "");
-        CHECK((got = -7, vxu_msgq_get(kHandle, &got, "k", 1) == -1 && got == -1), 1, ENOSPC,
-              "4 vxu_msgq_get: msgget:-1");
-        CHECK((got = -1, vxu_msgq_get(kHandle, &got, "none", kProj)), -1, ENOENT,
-              "4 vxu_msgq_get: ftok:-1");
-        CHECK(vxu_msgq_send(kHandle, 0, &out, 10, 0) || vxu_msgq_send(kHandle, 0, &nine, 5, 0), 0,
-              0, "");
-        CHECK(vxu_msgq_recv(kHandle, 0, &in, 16, 7, IPC_NOWAIT), -1, ENOMSG,
-              "1 vxu_msgq_recv: recv message error(ret=-1,errno=" + std::to_string(ENOMSG) +
-                  ",type=7,msgqid=0)");
-        CHECK(vxu_msgq_recv(kHandle, 0, &in, 16, 9, 0) || memcmp(&in, &nine, sizeof in), 0, 0, "");
-        CHECK(vxu_msgq_recv(kHandle, 0, &in, 10, 0, 0) || memcmp(&in, &out, sizeof in), 0, 0, "");
-        CHECK(vxu_msgq_deinit(nullptr, 0), 0, 0, "");
-        CHECK(vxu_msgq_deinit(kHandle, 0), -1, EINVAL, "");
-        CHECK(vxu_msgq_send(kHandle, 0, &out, 10, 0), -1, EINVAL,
-              "4 vxu_msgq_send: msgsnd_err:0, -1, 10, " + std::to_string(EINVAL) + ", " +
-                  strerror(EINVAL));
+        ROW(vxu_msgq_init(kHandle, "k", kProj), 0, 0, created);
+        ROW(vxu_msgq_init(kHandle, "no/k", kProj), -1, ENOENT,
+            "1 vxu_msgq_init: create key file no/k failed.");
+        ROW((g_ftok_error = EACCES, vxu_msgq_init(kHandle, "k", kProj)), -1, EACCES,
+            "1 vxu_msgq_init: ftok error");
+        ROW(vxu_msgq_init(kHandle, "k", 1), -1, ENOSPC,
+            "1 vxu_msgq_init: create message queue error");
+        ROW(vxu_msgq_get(kHandle, &held, "none", 1) || held != 5, 0, 0, "");  // not looked up
+        ROW(vxu_msgq_get(kHandle, &got, "k", kProj) || got, 0, 0, "");
+        ROW((got = -7, vxu_msgq_get(kHandle, &got, "k", 1) == -1 && got == -1), 1, ENOSPC,
+            "4 vxu_msgq_get: msgget:-1");
+        ROW((got = -1, vxu_msgq_get(kHandle, &got, "none", kProj)), -1, ENOENT,
+            "4 vxu_msgq_get: ftok:-1");
+        ROW(vxu_msgq_send(kHandle, 0, &out, 10, 0) || vxu_msgq_send(kHandle, 0, &nine, 5, 0), 0, 0,
+            "");
+        ROW(vxu_msgq_recv(kHandle, 0, &in, 16, 7, IPC_NOWAIT), -1, ENOMSG,
+            "1 vxu_msgq_recv: recv message error(ret=-1,errno=" + std::to_string(ENOMSG) +
+                ",type=7,msgqid=0)");
+        ROW(vxu_msgq_recv(kHandle, 0, &in, 16, 9, 0) || memcmp(&in, &nine, sizeof in), 0, 0, "");
+        ROW(vxu_msgq_recv(kHandle, 0, &in, 10, 0, 0) || memcmp(&in, &out, sizeof in), 0, 0, "");
+        ROW(vxu_msgq_deinit(nullptr, 0), 0, 0, "");
+        ROW(vxu_msgq_deinit(kHandle, 0), -1, EINVAL, "");
+        ROW(vxu_msgq_send(kHandle, 0, &out, 10, 0), -1, EINVAL,
+            "4 vxu_msgq_send: msgsnd_err:0, -1, 10, " + std::to_string(EINVAL) + ", " +
+                strerror(EINVAL));
         const vxu_test::fds_taken none(vxu_test::leaving_free{0});  // valgrind refuses it
         if (none.ok())
-            CHECK(vxu_msgq_init(kHandle, "fresh", kProj), -1, EMFILE,
-                  "1 vxu_msgq_init: create key file fresh failed.");
+            ROW(vxu_msgq_init(kHandle, "fresh", kProj), -1, EMFILE,
+                "1 vxu_msgq_init: create key file fresh failed.");
         EXPECT_NE(0, access("fresh", F_OK)) << "a key file made without a descriptor";
         EXPECT_NE(0, access("none", F_OK)) << "get created a key file";
         unlink("k");

@@ -223,8 +223,8 @@ TEST(TmrService, TimersFireByPlanAndGiveTheirDescriptorsBack)
             ids.push_back(vxu_tmr_create(p.type));
             period.push_back(p.ms + p.ms / 100 * (i / kinds % 10));  // copies vary by 1 %
             ASSERT_EQ(0, vxu_tmr_set(ids[i], period[i], p.repeat, p.cb, i + 1));
-            const int rc = vxu_tmr_start(ids[i]);  // -1: the byte did not fit, the timer runs
-            ASSERT_TRUE(rc == 0 || (rc == -1 && vxu_tmr_status(ids[i]) == 1));
+            const int rc = vxu_tmr_start(ids[i]);  // soak: -1 when the byte did not fit, but runs
+            ASSERT_TRUE(rc == 0 || (soak && rc == -1 && vxu_tmr_status(ids[i]) == 1));
         }
         ASSERT_EQ(0, vxu_tmr_init()) << "the same service";
         EXPECT_EQ(static_cast<int>(ids.size()), ids.back()) << "ids from 1 up";
