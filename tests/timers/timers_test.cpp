@@ -320,8 +320,8 @@ void churn(unsigned seed, bool with_descriptors, uint64_t end_ms)
         } else if (op == 4) {
             ASSERT_EQ(known ? armed[id] : -2, vxu_tmr_status(id));
         } else if (op == 5) {  // once released, it is never called again
-            const size_t calls = firings(id).size();
             ASSERT_EQ(known ? 0 : -2, vxu_tmr_delete(id));
+            const size_t calls = firings(id).size();
             ASSERT_TRUE(eventually([id] { return vxu_tmr_status(id) == -2; })) << "not released";
             EXPECT_LE(firings(id).size(), calls + 1) << "called after its delete returned";
             armed.erase(id);
