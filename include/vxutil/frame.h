@@ -43,7 +43,8 @@ VXU_API void _vxu_mem_free(const char *func, int line, void *ptr);
 /**
  * @brief Writes "mem tracking is not supported\n" to a stream.
  * @param out Stream to write to.
- * @return What fwrite returned: 30 when the whole line went out.
+ * @return What fwrite returned: 30 when the whole line went out; 0 for a
+ *         NULL stream.
  */
 VXU_API int vxu_mem_dump(FILE *out);
 
@@ -51,14 +52,14 @@ VXU_API int vxu_mem_dump(FILE *out);
  * @brief Initialises a plain (non-recursive) mutex with default attributes.
  * @param mutex Mutex to initialise.
  * @param label Short name for diagnostics; not stored, may be NULL.
- * @return 0, or pthread_mutex_init's error number.
+ * @return 0, or pthread_mutex_init's error number; EINVAL for a NULL mutex.
  */
 VXU_API int vxu_mutex_init(pthread_mutex_t *mutex, const char *label);
 
 /**
  * @brief Destroys a mutex.
  * @param mutex Mutex to destroy (unlocked).
- * @return 0, or pthread_mutex_destroy's error number.
+ * @return 0, or pthread_mutex_destroy's error number; EINVAL for NULL.
  */
 VXU_API int vxu_mutex_destroy(pthread_mutex_t *mutex);
 
@@ -67,7 +68,7 @@ VXU_API int vxu_mutex_destroy(pthread_mutex_t *mutex);
  * @param func Calling function's name (accepted, not used).
  * @param line Calling source line (accepted, not used).
  * @param mutex Mutex to lock; the calling thread must not hold it already.
- * @return 0, or pthread_mutex_lock's error number.
+ * @return 0, or pthread_mutex_lock's error number; EINVAL for NULL.
  */
 VXU_API int _vxu_mutex_lock(const char *func, int line, pthread_mutex_t *mutex);
 
@@ -76,13 +77,13 @@ VXU_API int _vxu_mutex_lock(const char *func, int line, pthread_mutex_t *mutex);
  * @param func Calling function's name (accepted, not used).
  * @param line Calling source line (accepted, not used).
  * @param mutex Mutex held by the calling thread.
- * @return 0, or pthread_mutex_unlock's error number.
+ * @return 0, or pthread_mutex_unlock's error number; EINVAL for NULL.
  */
 VXU_API int _vxu_mutex_unlock(const char *func, int line, pthread_mutex_t *mutex);
 
 /**
  * @brief Writes "mutex tracking is not supported\n" to a stream.
- * @param out Stream to write to.
+ * @param out Stream to write to; NULL writes nothing.
  * @return Always 0.
  */
 VXU_API int vxu_mutex_dump(FILE *out);
@@ -140,21 +141,21 @@ VXU_API int vxu_com_get_uptime_all(uint32_t *sec, uint32_t *usec);
 
 /**
  * @brief Current local calendar time (reentrant conversion).
- * @param out Record to fill.
+ * @param out Record to fill; NULL does nothing.
  */
 VXU_API void vxu_get_systime(vxu_systime_t *out);
 
 /**
  * @brief Takes the current wall-clock time.
  * @param tv Receives seconds and microseconds.
- * @return @p tv.
+ * @return @p tv; NULL, touching nothing, when @p tv is NULL.
  */
 VXU_API struct timeval *vxu_get_uptime(struct timeval *tv);
 
 /**
  * @brief Makes a wall-clock deadline @p ms milliseconds from now.
  * @param tv Receives the deadline (microseconds below 1000000 for ms >= 0;
- *           a negative @p ms may leave them negative).
+ *           a negative @p ms may leave them negative); NULL does nothing.
  * @param ms Milliseconds ahead (negative: in the past).
  */
 VXU_API void vxu_get_timestamp(struct timeval *tv, int ms);
@@ -163,7 +164,8 @@ VXU_API void vxu_get_timestamp(struct timeval *tv, int ms);
  * @brief Milliseconds from @p b to @p a; partial milliseconds are dropped.
  * @param a Later time.
  * @param b Earlier time.
- * @return The difference as a signed 32-bit number (wraps beyond ~24.8 days).
+ * @return The difference as a signed 32-bit number (wraps beyond ~24.8 days);
+ *         0 when either pointer is NULL.
  */
 VXU_API int vxu_time_diff(const struct timeval *a, const struct timeval *b);
 
@@ -171,7 +173,8 @@ VXU_API int vxu_time_diff(const struct timeval *a, const struct timeval *b);
  * @brief Whole seconds from @p b to @p a: vxu_time_diff() / 1000.
  * @param a Later time.
  * @param b Earlier time.
- * @return The difference in seconds, truncated toward zero.
+ * @return The difference in seconds, truncated toward zero; 0 when either
+ *         pointer is NULL.
  */
 VXU_API int vxu_time_sec_diff(const struct timeval *a, const struct timeval *b);
 
@@ -179,7 +182,8 @@ VXU_API int vxu_time_sec_diff(const struct timeval *a, const struct timeval *b);
  * @brief Tests a wall-clock deadline made by vxu_get_timestamp().
  * @param deadline The deadline.
  * @return 1 when it is reached (less than a whole millisecond ahead), 0
- *         while it lies ahead.
+ *         while it lies ahead; -1 for a NULL deadline (true in a plain test,
+ *         so a wait on it ends).
  */
 VXU_API int vxu_time_timeout(const struct timeval *deadline);
 
@@ -189,7 +193,8 @@ VXU_API int vxu_time_timeout(const struct timeval *deadline);
  * @brief Starts a detached thread with default attributes.
  * @param start Thread routine; the thread ends when it returns.
  * @param arg Passed to @p start.
- * @return The thread's id; 0 when it could not be created. Nobody joins it.
+ * @return The thread's id; 0 when it could not be created or @p start is
+ *         NULL. Nobody joins it.
  */
 VXU_API pthread_t vxu_thread_create(void *(*start)(void *), void *arg);
 
@@ -203,28 +208,28 @@ VXU_API void vxu_os_wait(long sec, long usec);
 /**
  * @brief Initialises a semaphore private to this process, value 0.
  * @param sem Semaphore owned by the caller.
- * @return sem_init's result: 0, or -1 with errno set.
+ * @return sem_init's result: 0, or -1 with errno set (EINVAL for NULL).
  */
 VXU_API int vxu_sem_create(sem_t *sem);
 
 /**
  * @brief Posts a semaphore.
  * @param sem Semaphore.
- * @return sem_post's result: 0, or -1 with errno set.
+ * @return sem_post's result: 0, or -1 with errno set (EINVAL for NULL).
  */
 VXU_API int vxu_sem_post(sem_t *sem);
 
 /**
  * @brief Waits for a semaphore; interrupted waits are resumed.
  * @param sem Semaphore.
- * @return 0 once taken; otherwise the error number itself (e.g. EINVAL).
+ * @return 0 once taken; otherwise the error number itself (EINVAL for NULL).
  */
 VXU_API int vxu_sem_wait(sem_t *sem);
 
 /**
  * @brief Destroys a semaphore (the name is spelled so).
  * @param sem Semaphore nobody waits on.
- * @return sem_destroy's result.
+ * @return sem_destroy's result; -1 with errno EINVAL for NULL.
  */
 VXU_API int vxu_sem_destory(sem_t *sem);
 

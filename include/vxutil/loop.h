@@ -132,8 +132,10 @@ VXU_API int vxu_loop_remove_fds(fd_set *rfds, fd_set *wfds);
  *                (each wait at most 10 s). An interrupted wait is repeated.
  * @return The number of readiness conditions handed to single-descriptor
  *         entries (read and write count one each); -1 when the loop is not
- *         initialised or select() fails (for example on a descriptor closed
- *         without removal).
+ *         initialised, select() fails (for example on a descriptor closed
+ *         without removal) or runs nest more than 32 deep. A callback may
+ *         leave the run with longjmp()/siglongjmp(): the library keeps no
+ *         pointer into the abandoned stack.
  */
 VXU_API int vxu_loop_run(int timeout);
 

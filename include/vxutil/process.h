@@ -75,8 +75,8 @@ VXU_API int vexmar_do_system_call(const char *fmt, ...) VXU_PRINTF_FORMAT(1, 2);
  * @param fmt printf-style format of the command.
  * @param ... Its arguments.
  * @return The number of bytes stored, 0 to @p len; -1 (nothing run) for a
- *         negative @p len, an empty or unformattable command, short memory
- *         or a failed popen.
+ *         negative @p len, a NULL @p buf with @p len above 0, a NULL or empty
+ *         or unformattable command, short memory or a failed popen.
  */
 VXU_API int vxu_os_system_ex(char *buf, int len, const char *fmt, ...) VXU_PRINTF_FORMAT(3, 4);
 
@@ -86,11 +86,11 @@ VXU_API int vxu_os_system_ex(char *buf, int len, const char *fmt, ...) VXU_PRINT
  *
  * Only the first 255 characters of the command are run. The child keeps
  * descriptors 0 to 2 as inherited (a closed one becomes /dev/null) and
- * closes every other. Every signal is blocked in the calling thread from
- * before the fork until the child is reaped, then the previous mask is back
- * and pending signals arrive; the shell starts with the caller's previous
- * mask. If /bin/sh cannot run, the child ends through exit(255), which runs
- * the caller's atexit handlers and flushes its stdio buffers a second time.
+ * closes every other, also those above the current soft limit. Every signal is blocked in the
+ * calling thread from before the fork until the child is reaped, then the previous mask is back and
+ * pending signals arrive; the shell starts with the caller's previous mask. If /bin/sh cannot run,
+ * the child ends through exit(255), which runs the caller's atexit handlers and flushes its stdio
+ * buffers a second time.
  * @param fmt printf-style format of the command.
  * @param ... Its arguments.
  * @return 0 once the child is reaped, whatever its status; -1 fork failed;
@@ -128,7 +128,8 @@ VXU_API int vxu_com_file_sync(const char *path);
  * tabs (quotes are ordinary characters; at most 29 words are kept). The
  * first word is the program's path, not looked up on PATH; argument 0 is its
  * base name. The program runs in a grandchild with a session of its own,
- * descriptors 0 to 2 on /dev/null and no other descriptor open; it keeps
+ * descriptors 0 to 2 on /dev/null and no other descriptor open (also none
+ * above the current soft limit); it keeps
  * the caller's environment, working directory, umask and previous signal
  * mask. Every signal is blocked in the calling thread until the launch is
  * reported. The call never waits for the daemon, but the intermediate child

@@ -65,7 +65,8 @@ VXU_API int vxu_cmdq_init(vxu_cmdq *q, int max_items);
  * @return 0 queued; 1 queue full, nothing queued; -1 when @p q is NULL,
  *         @p len is negative or memory is short (nothing queued), or when
  *         the wake-up byte was not written (queued all the same: the queue
- *         then runs one record behind until a later byte arrives).
+ *         then runs one record behind until a later byte arrives). A closed
+ *         receiving end is such a failure, never a SIGPIPE.
  */
 VXU_API int vxu_cmdq_cmd_push(vxu_cmdq *q, uint64_t cmd, const void *data, int len);
 
@@ -76,14 +77,15 @@ VXU_API int vxu_cmdq_cmd_push(vxu_cmdq *q, uint64_t cmd, const void *data, int l
  * @param out Receives the record, or NULL when none is delivered.
  * @return 1 delivered; 0 nothing (timed out, interrupted by a signal, or a
  *         byte without a record); -1 when an argument is NULL, the queue has
- *         no socket pair, @p timeout_ms is negative or the wait or read fails.
+ *         no socket pair, @p timeout_ms is negative, the wait or read fails,
+ *         or the sending end is closed (end of stream).
  */
 VXU_API int vxu_cmdq_pull(vxu_cmdq *q, int timeout_ms, vxu_cmdq_item **out);
 
 /**
  * @brief The descriptor to watch for reading (vxu_loop_add()).
- * @param q An initialised queue (not tested).
- * @return @c q->rfd.
+ * @param q An initialised queue.
+ * @return @c q->rfd; -1 for a NULL queue.
  */
 VXU_API int vxu_cmdq_get_fd(vxu_cmdq *q);
 

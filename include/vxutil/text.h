@@ -105,7 +105,8 @@ VXU_API int vxu_str_strip(const char *src, char *dst, int size);
 
 /**
  * @brief Copies a string without any whitespace byte, wherever it stands.
- * @param src Source string.
+ * @param src Source string; read only as far as the copy needs, so it may be
+ *            unterminated beyond that.
  * @param dst Destination; at most @p size - 1 bytes, then a terminator.
  * @param size Size of @p dst.
  * @return 0; -1 for a NULL pointer or @p size below 1.

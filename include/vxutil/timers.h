@@ -190,6 +190,11 @@ typedef struct vxu_tmr_ctx {
 
 /**
  * @brief Creates the process-wide timer service and its thread, once.
+ *
+ * The thread outlives descriptors closed behind its back: a timer whose
+ * descriptor was closed stops (vxu_tmr_status() 0; a later start makes a new
+ * one), a wake-up pair with a closed end is made anew, and list timers go
+ * on firing.
  * @return 0, also when the service exists; -1 when it cannot be allocated
  *         (a later call retries), or its mutex or thread cannot be set up
  *         (later calls return 0).
@@ -223,7 +228,8 @@ VXU_API int vxu_tmr_set(int id, uint32_t interval_ms, uint8_t repeat, vxu_tmr_cb
  * @param id Timer identifier.
  * @return 0; -2 unknown @p id; -1 without a service, when a timer
  *         descriptor cannot be made below 1024 (the timer stays stopped), or
- *         when the wake-up byte was not written (the timer runs all the same).
+ *         when the wake-up byte was not written (the timer runs all the same;
+ *         a closed receiving end is such a failure, never a SIGPIPE).
  */
 VXU_API int vxu_tmr_start(int id);
 

@@ -59,11 +59,12 @@ inline void open_wakeup_pair(int fds[2], bool cloexec, int pending)
     fds[1] = receiver.release();
 }
 
-// Writes one wake-up byte; true when it went out.
+// Writes one wake-up byte; true when it went out. A reader that has gone
+// away is a failed write, never a SIGPIPE to the caller's process.
 inline bool post_wakeup(int wfd)
 {
     const unsigned char one = 1;
-    return write(wfd, &one, 1) == 1;
+    return send(wfd, &one, 1, MSG_NOSIGNAL) == 1;
 }
 
 // Drops up to 16 pending wake-up bytes; never blocks.

@@ -3,14 +3,27 @@
 
 #include <vxutil/frame.h>
 
+namespace {
+
+// The -1 and errno the platform calls give for a semaphore they refuse.
+int refuse_null()
+{
+    errno = EINVAL;
+    return -1;
+}
+
+}  // namespace
+
 extern "C" {
 
-VXU_API int vxu_sem_create(sem_t *sem) { return sem_init(sem, 0, 0); }
+VXU_API int vxu_sem_create(sem_t *sem) { return sem ? sem_init(sem, 0, 0) : refuse_null(); }
 
-VXU_API int vxu_sem_post(sem_t *sem) { return sem_post(sem); }
+VXU_API int vxu_sem_post(sem_t *sem) { return sem ? sem_post(sem) : refuse_null(); }
 
 VXU_API int vxu_sem_wait(sem_t *sem)
 {
+    if (!sem)
+        return EINVAL;
     for (;;) {
         if (sem_wait(sem) == 0)
             return 0;
@@ -19,6 +32,6 @@ VXU_API int vxu_sem_wait(sem_t *sem)
     }
 }
 
-VXU_API int vxu_sem_destory(sem_t *sem) { return sem_destroy(sem); }
+VXU_API int vxu_sem_destory(sem_t *sem) { return sem ? sem_destroy(sem) : refuse_null(); }
 
 }  // extern "C"

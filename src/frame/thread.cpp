@@ -7,6 +7,8 @@ extern "C" {
 
 VXU_API pthread_t vxu_thread_create(void *(*start)(void *), void *arg)
 {
+    if (!start)
+        return 0;
     pthread_attr_t attr;
     if (pthread_attr_init(&attr) != 0)
         return 0;

@@ -1,5 +1,6 @@
 // vxu_loop_run: rebuild the watched sets, select, dispatch ready entries.
 #include <errno.h>
+#include <stdint.h>
 #include <string.h>
 #include <sys/select.h>
 
@@ -68,17 +69,34 @@ int build_sets(fd_set *rset, fd_set *wset)
     return highest;
 }
 
+// Starts a walk for the run whose stack frame is `frame`, first dropping the
+// walks of runs a longjmp left: the stack grows down, so every live
+// enclosing run has its frame above this one. -1 when runs nest too deep.
+int begin_walk(vxu_list_link *first, uintptr_t frame)
+{
+    using vxu::loop::g_walk_count;
+    using vxu::loop::g_walks;
+    while (g_walk_count > 0 && g_walks[g_walk_count - 1].frame <= frame)
+        --g_walk_count;
+    if (g_walk_count == vxu::loop::kMostNestedRuns)
+        return -1;
+    g_walks[g_walk_count] = {first, frame};
+    return g_walk_count++;
+}
+
 // Walks newest to oldest and calls each ready entry once; returns the number
-// of readiness conditions handed to single-descriptor entries.
-int dispatch(const fd_set &rset, const fd_set &wset)
+// of readiness conditions handed to single-descriptor entries, or -1.
+int dispatch(const fd_set &rset, const fd_set &wset, uintptr_t frame)
 {
     int count = 0;
     vxu_list_link *head = &g_state->entries;
-    vxu::loop::walk w{head->next, vxu::loop::g_walks};
-    vxu::loop::g_walks = &w;
-    while (w.next != head) {
-        vxu_loop_entry *e = entry_of(w.next);
-        w.next = w.next->next;  // taken first: the callback may remove e
+    const int slot = begin_walk(head->next, frame);
+    if (slot < 0)
+        return -1;
+    vxu_list_link *&next = vxu::loop::g_walks[slot].next;
+    while (next != head) {
+        vxu_loop_entry *e = entry_of(next);
+        next = next->next;  // taken first: the callback may remove e
         if (e->kind == 0) {
             int events = 0;
             if (FD_ISSET(e->fd, &rset)) {
@@ -103,7 +121,7 @@ int dispatch(const fd_set &rset, const fd_set &wset)
             e->fds_cb(&rcopy, &wcopy, e->arg);
         }
     }
-    vxu::loop::g_walks = w.outer;
+    vxu::loop::g_walk_count = slot;
     return count;
 }
 
@@ -115,6 +133,7 @@ VXU_API int vxu_loop_run(int timeout)
 {
     if (!g_state)
         return -1;
+    const auto frame = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
     int count = 0;
     int remaining = timeout;
     const uint64_t start = timeout > 0 ? vxu_com_get_uptime_ms() : 0;
@@ -142,8 +161,12 @@ VXU_API int vxu_loop_run(int timeout)
                 continue;  // budget unchanged, not even re-checked
             return -1;
         }
-        if (ready > 0)
-            count += dispatch(rset, wset);
+        if (ready > 0) {
+            const int handed = dispatch(rset, wset, frame);
+            if (handed < 0)
+                return -1;
+            count += handed;
+        }
 
         if (timeout == 0)
             return count;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
 
 #include <vxutil/loop.h>
 
@@ -13,14 +14,17 @@ namespace vxu::loop {
 // NOLINTNEXTLINE(bugprone-dynamic-static-initializers): a declaration; defined as null
 extern vxu_loop_state *g_state;
 
-// A dispatch walk in progress. Removing the entry a walk is about to visit
-// moves the walk past it, so callbacks may remove any entry safely.
+// Dispatch walks in progress, outermost first. They live in static storage,
+// not on the stack: a callback that leaves vxu_loop_run with longjmp leaves
+// no pointer into a dead frame behind. Removing the entry a walk is about to
+// visit moves the walk past it, so callbacks may remove any entry safely.
 struct walk {
     vxu_list_link *next;
-    walk *outer;  // walk of an enclosing vxu_loop_run, if a callback nested one
+    uintptr_t frame;  // stack frame of the vxu_loop_run that owns the walk
 };
-// NOLINTNEXTLINE(bugprone-dynamic-static-initializers): a declaration; defined as null
-extern walk *g_walks;
+constexpr int kMostNestedRuns = 32;
+extern walk g_walks[kMostNestedRuns];
+extern int g_walk_count;
 
 inline vxu_loop_entry *entry_of(vxu_list_link *link)
 {

@@ -11,7 +11,8 @@
 namespace vxu::loop {
 
 vxu_loop_state *g_state = nullptr;
-walk *g_walks = nullptr;
+walk g_walks[kMostNestedRuns];
+int g_walk_count = 0;
 
 namespace {
 
@@ -56,9 +57,9 @@ bool full() { return list_count(&g_state->entries) >= static_cast<size_t>(g_stat
 void unlink_and_free(vxu_loop_entry *e, const char *func)
 {
     // Keep any dispatch walk from stepping onto the freed entry.
-    for (walk *w = g_walks; w; w = w->outer) {
-        if (w->next == &e->link)
-            w->next = e->link.next;
+    for (int i = 0; i < g_walk_count; ++i) {
+        if (g_walks[i].next == &e->link)
+            g_walks[i].next = e->link.next;
     }
     list_unlink(&e->link);
     _vxu_mem_free(func, __LINE__, e);

@@ -9,12 +9,14 @@
 namespace {
 
 // The formatted command in a malloc'ed buffer of exactly its size; the
-// length is 0 or less for empty text or a failed format, and the buffer is
+// length is 0 or less for empty text, a failed format or no format, and the buffer is
 // null then or when memory is short.
 class formatted_command {
 public:
     __attribute__((format(printf, 2, 0))) formatted_command(const char *fmt, va_list ap)
     {
+        if (!fmt)
+            return;
         va_list measure;
         va_copy(measure, ap);
         length_ = vsnprintf(nullptr, 0, fmt, measure);
@@ -62,7 +64,7 @@ __attribute__((format(printf, 1, 0))) int run_with_closed_input(const char *fmt,
 __attribute__((format(printf, 3, 0))) int run_capturing(char *buf, int len, const char *fmt,
                                                         va_list ap)
 {
-    if (len < 0)
+    if (len < 0 || (!buf && len > 0))
         return -1;
     formatted_command cmd(fmt, ap);
     if (cmd.length() <= 0 || !cmd.text())

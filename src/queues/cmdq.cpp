@@ -69,7 +69,10 @@ VXU_API int vxu_cmdq_pull(vxu_cmdq *q, int timeout_ms, vxu_cmdq_item **out)
     if (timeout_ms == 0) {
         // Polling: the non-blocking read answers what a zero-time select
         // would, in one system call instead of two.
-        if (read(q->rfd, &byte, 1) != 1)
+        const ssize_t got = read(q->rfd, &byte, 1);
+        if (got == 0)
+            return -1;  // end of stream: the sending end is gone
+        if (got != 1)
             return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ? 0 : -1;
     } else {
         struct timeval tv;
@@ -92,7 +95,7 @@ VXU_API int vxu_cmdq_pull(vxu_cmdq *q, int timeout_ms, vxu_cmdq_item **out)
     return 1;
 }
 
-VXU_API int vxu_cmdq_get_fd(vxu_cmdq *q) { return q->rfd; }
+VXU_API int vxu_cmdq_get_fd(vxu_cmdq *q) { return q ? q->rfd : -1; }
 
 VXU_API int vxu_cmdq_item_free(vxu_cmdq *q, vxu_cmdq_item *item)
 {

@@ -34,7 +34,7 @@ VXU_API int vxu_str_stripall(const char *src, char *dst, int size)
         return -1;
     const size_t room = static_cast<size_t>(size) - 1;
     size_t n = 0;
-    for (; *src && n < room; ++src) {
+    for (; n < room && *src; ++src) {  // never reads a byte it may not copy
         if (!is_space(*src))
             dst[n++] = *src;
     }

@@ -96,7 +96,7 @@ int stop_timer(vxu_tmr_ctx *ctx, vxu_tmr *t, bool wake)
 {
     if (!t->armed)
         return 0;
-    if (t->type == VXU_TMR_TYPE_FD) {
+    if (t->type == VXU_TMR_TYPE_FD && t->fd >= 0) {
         const struct itimerspec off = every(0);
         if (timerfd_settime(t->fd, 0, &off, nullptr) != 0) {
             t->armed = 0;

@@ -3,6 +3,7 @@
 // the earliest list timer, a timer descriptor or a wake-up byte. Callbacks
 // run from a copy of the record with no lock held.
 #include <errno.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/select.h>
@@ -80,6 +81,35 @@ bool take_expired(vxu_tmr_ctx *ctx, fd_set *ready, vxu_tmr *fired, struct timeva
     return false;
 }
 
+bool is_open(int fd) { return fd >= 0 && fcntl(fd, F_GETFD) != -1; }
+
+// A daemon closed a descriptor the thread waits on. A timer that lost its
+// descriptor stops (a later start makes a new one); a broken wake-up pair is
+// made anew, so the thread goes on serving.
+void recover_closed_descriptors(vxu_tmr_ctx *ctx)
+{
+    vxu::mutex_lock hold(&ctx->mutex, kThreadName, __LINE__);
+    vxu_list_link *head = &ctx->fd_list;
+    for (vxu_list_link *it = head->next; it != head;) {
+        vxu_tmr *t = record_of<vxu_tmr>(it);
+        it = it->next;
+        if (!is_open(t->fd)) {
+            t->fd = -1;
+            stop_timer(ctx, t, false);
+        }
+    }
+    if (is_open(ctx->wfd) && is_open(ctx->rfd))
+        return;
+    if (is_open(ctx->wfd))
+        close(ctx->wfd);
+    if (is_open(ctx->rfd))
+        close(ctx->rfd);
+    int fds[2];
+    vxu::open_wakeup_pair(fds, true, 0);
+    ctx->wfd = fds[0];
+    ctx->rfd = fds[1];
+}
+
 // Watches the wake-up pair and every running timer descriptor. False when
 // select failed for good.
 bool wait_for_events(vxu_tmr_ctx *ctx, fd_set *ready, struct timeval wait)
@@ -105,6 +135,10 @@ bool wait_for_events(vxu_tmr_ctx *ctx, fd_set *ready, struct timeval wait)
     const int n = select(highest + 1, ready, nullptr, nullptr, &wait);
     if (n < 0) {
         FD_ZERO(ready);
+        if (errno == EBADF) {
+            recover_closed_descriptors(ctx);
+            return true;
+        }
         return errno == EINTR;
     }
     if (n > 0 && vxu::fits_fd_set(ctx->rfd) && FD_ISSET(ctx->rfd, ready))
