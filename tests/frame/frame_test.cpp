@@ -2,6 +2,7 @@
 // wrappers, threads and semaphores (ThreadSanitizer runs these too). Where
 // a check needs a fixed or failing clock, the test program's stand-ins
 // provide it.
+#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -197,6 +198,37 @@ TEST(Threads, DetachedWorkersWaitThroughSignalsThenShareAMutex)
     for (int i = 0; i < 2; ++i)  // each ran detached, with its own argument
         EXPECT_TRUE(pthread_equal(t[i], w[i].first) && w[i].second == PTHREAD_CREATE_DETACHED);
     EXPECT_EQ(0, vxu_mutex_destroy(&g_lock));
+}
+
+int refused(int rc) { return rc == -1 ? errno : 0; }  // the errno of a -1, else 0
+
+// A careless NULL gets its family's failure, never a crash.
+TEST(Frame, NullArgumentsGetTheirFamilysFailure)
+{
+    static struct timeval tv = {1, 0};
+    const std::pair<const char *, int (*)()> rows[] = {
+        {"mem_dump 0", [] { return vxu_mem_dump(nullptr); }},
+        {"mutex_dump 0", [] { return vxu_mutex_dump(nullptr); }},
+        {"mutex_init EINVAL", [] { return vxu_mutex_init(nullptr, "x") - EINVAL; }},
+        {"mutex_lock EINVAL", [] { return vxu_mutex_lock(nullptr) - EINVAL; }},
+        {"mutex_unlock EINVAL", [] { return vxu_mutex_unlock(nullptr) - EINVAL; }},
+        {"mutex_destroy EINVAL", [] { return vxu_mutex_destroy(nullptr) - EINVAL; }},
+        {"sem_create -1 EINVAL", [] { return refused(vxu_sem_create(nullptr)) - EINVAL; }},
+        {"sem_post -1 EINVAL", [] { return refused(vxu_sem_post(nullptr)) - EINVAL; }},
+        {"sem_wait EINVAL", [] { return vxu_sem_wait(nullptr) - EINVAL; }},
+        {"sem_destory -1 EINVAL", [] { return refused(vxu_sem_destory(nullptr)) - EINVAL; }},
+        {"time_diff(NULL, tv) 0", [] { return vxu_time_diff(nullptr, &tv); }},
+        {"time_diff(tv, NULL) 0", [] { return vxu_time_diff(&tv, nullptr); }},
+        {"time_sec_diff 0", [] { return vxu_time_sec_diff(nullptr, &tv); }},
+        {"time_timeout -1", [] { return vxu_time_timeout(nullptr) + 1; }},
+        {"thread_create 0", [] { return vxu_thread_create(nullptr, &tv) == 0 ? 0 : 1; }},
+        {"get_uptime NULL", [] { return vxu_get_uptime(nullptr) == nullptr ? 0 : 1; }},
+        {"get_systime returns", [] { return vxu_get_systime(nullptr), 0; }},
+        {"get_timestamp returns", [] { return vxu_get_timestamp(nullptr, 5), 0; }},
+    };
+    for (const auto &[call, run] : rows)
+        EXPECT_EQ(0, run()) << call;
+    EXPECT_EQ(1, tv.tv_sec);  // nothing wrote through the one valid pointer
 }
 
 }  // namespace

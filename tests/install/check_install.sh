@@ -12,6 +12,7 @@ lib=$(dirname "$(find "$tmp/prefix" -name libvxutil.so)")  # lib or lib/<multiar
 ls "$lib/libvxutil.so" "$lib/pkgconfig/vxutil.pc" "$lib/cmake/vxutil/vxutilConfig.cmake" \
     "$tmp/prefix/include/vxutil/vxutil.h" > /dev/null || fail "not installed, above"
 [ -L "$lib/libvxutil.so.1" ] || fail "SONAME link missing"
+"$here/../tools/check.sh" runpath "$tmp/prefix"
 # The stand-in libvxlog.so is installed only when asked for; otherwise the
 # consumer takes one from elsewhere (here the build tree's).
 vxlog=$(find "$tmp/prefix" -name 'libvxlog.so*')

@@ -3,9 +3,11 @@
 // callbacks change the registry or run the loop again while their pass is
 // under way. The model holds the entries newest first and works out what
 // each pass must call, in which order and with what.
+#include <setjmp.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <random>
@@ -271,6 +273,53 @@ TEST(LoopRun, SignalsBudgetsAndBadDescriptors)
         EXPECT_EQ(-1, vxu_loop_run(0));
         EXPECT_EQ(0, vxu_loop_remove(fd));
         EXPECT_EQ(0, vxu_loop_run(0));
+    });
+}
+
+sigjmp_buf g_jump;
+
+void leave_by_longjmp(int, int, void *) { siglongjmp(g_jump, 1); }
+
+void count_and_drain(int fd, int, void *hits)
+{
+    char c;
+    EXPECT_EQ(1, read(fd, &c, 1));
+    ++*static_cast<int *>(hits);
+}
+
+// Overwrites the stack below the caller, where an abandoned run's frames were.
+__attribute__((noinline)) void scribble_stack()
+{
+    volatile char junk[8192];
+    for (size_t i = 0; i < sizeof junk; ++i)
+        junk[i] = static_cast<char>(0xa5);
+}
+
+// A callback that leaves the run with siglongjmp, as signal-driven daemons
+// do, leaves no pointer into the abandoned stack behind.
+TEST(Loop, CallbackLeavingByLongjmpLeavesNothingDangling)
+{
+    EXPECT_IN_CHILD([] {
+        ASSERT_EQ(0, vxu_loop_init(0));
+        vxu_test::socket_pair jumper, counted;
+        ASSERT_EQ(1, write(jumper.fd[1], "x", 1));
+        ASSERT_EQ(1, write(counted.fd[1], "x", 1));
+        int hits = 0;
+        EXPECT_NE(0, vxu_loop_remove(-1));  // binds the call: lazy binding would use the stack
+        ASSERT_EQ(0, vxu_loop_add(counted.fd[0], VXU_LOOP_EV_READ, count_and_drain, &hits));
+        ASSERT_EQ(0, vxu_loop_add(jumper.fd[0], VXU_LOOP_EV_READ, leave_by_longjmp, nullptr));
+        if (sigsetjmp(g_jump, 0) == 0) {
+            vxu_loop_run(0);  // newest first: the jumper leaves before `counted`
+            FAIL() << "the callback did not leave the run";
+        }
+        scribble_stack();
+        // The abandoned walk was about to visit `counted`: removing it must
+        // not write through the dead frame, and later runs work.
+        EXPECT_EQ(0, vxu_loop_remove(jumper.fd[0]));
+        EXPECT_EQ(0, vxu_loop_remove(counted.fd[0]));
+        ASSERT_EQ(0, vxu_loop_add(counted.fd[0], VXU_LOOP_EV_READ, count_and_drain, &hits));
+        EXPECT_EQ(1, vxu_loop_run(0));
+        EXPECT_EQ(1, hits);
     });
 }
 

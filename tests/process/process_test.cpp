@@ -9,6 +9,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -257,6 +258,10 @@ TEST(Children, StandardDescriptorsOnlyAndDaemonsFromTheirWordsToTheirEnd)
             if (!under_valgrind() && raise_fd_limit(4096)) {  // valgrind keeps the limit
                 for (int fd : {1023, 1500, 4095})
                     ASSERT_EQ(fd, dup2(held.fd[0], fd));
+                struct rlimit lowered;  // descriptors above the soft limit close too
+                ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &lowered));
+                lowered.rlim_cur = 1024;
+                ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &lowered));
             }
             close(0);  // the shell's input becomes /dev/null
             unchanged_fds_and_mask guard;

@@ -1,8 +1,11 @@
 // The command queue and the pointer FIFO, each against a model, and the
 // command queue from eight producer threads.
+#include <errno.h>
 #include <fcntl.h>
 #include <malloc.h>
+#include <stddef.h>
 #include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <deque>
@@ -174,6 +177,30 @@ TEST(Dfifo, RandomPutsAndGetsMatchABoundedDeque)
     const bool seen = mallinfo2().hblkhd > mapped;
     dfifo_deinit(&f);
     EXPECT_TRUE(!seen || mallinfo2().hblkhd == mapped) << "ring not released";
+}
+
+// A daemon that closed one end of the pair gets -1 from the other, never a
+// SIGPIPE (which would end the child with 141) or a stale errno's answer.
+TEST(Cmdq, ClosedEndsFailWithoutSignalOrStaleErrno)
+{
+    EXPECT_EQ(-1, vxu_cmdq_get_fd(nullptr));
+    EXPECT_IN_CHILD([] {
+        vxu_cmdq q;
+        ASSERT_EQ(0, vxu_cmdq_init(&q, 4));
+        ASSERT_EQ(0, close(q.rfd));
+        EXPECT_EQ(-1, vxu_cmdq_cmd_push(&q, 7, "x", 1));  // queued, its byte refused
+        vxu_cmdq_item_free(
+            &q, reinterpret_cast<vxu_cmdq_item *>(reinterpret_cast<char *>(q.items.next) -
+                                                  offsetof(vxu_cmdq_item, link)));
+        close(q.wfd);
+        ASSERT_EQ(0, vxu_cmdq_init(&q, 4));
+        ASSERT_EQ(0, close(q.wfd));
+        vxu_cmdq_item *item = nullptr;
+        errno = EAGAIN;                              // left by some earlier call
+        EXPECT_EQ(-1, vxu_cmdq_pull(&q, 0, &item));  // end of stream
+        EXPECT_EQ(nullptr, item);
+        close(q.rfd);
+    });
 }
 
 }  // namespace

@@ -1,4 +1,7 @@
 #include <stdlib.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <string>
@@ -121,6 +124,23 @@ TEST(Text, ValueNameTables)
     // clang-format on
     for (const auto &[table, name, value] : values)
         EXPECT_EQ(value, vxu_n2v(table, name)) << name;
+}
+
+// The source ends at a page the process may not read: any byte read past
+// what the copy needs faults, in every build.
+TEST(Text, StripallReadsNoFurtherThanItCopies)
+{
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    auto *map = static_cast<char *>(
+        mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(MAP_FAILED, map);
+    ASSERT_EQ(0, mprotect(map + page, page, PROT_NONE));
+    char *src = map + page - 4;
+    memcpy(src, " a b", 4);  // unterminated
+    char dst[3];
+    EXPECT_EQ(0, vxu_str_stripall(src, dst, sizeof dst));
+    EXPECT_STREQ("ab", dst);
+    munmap(map, 2 * page);
 }
 
 }  // namespace

@@ -4,13 +4,19 @@
 // (VXU_SOAK set, make test-soak) runs the plan test with a hundred
 // timers of each plan for thirty seconds.
 #include <limits.h>
+#include <semaphore.h>
 #include <sys/ioctl.h>
 #include <sys/timerfd.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <filesystem>
 #include <map>
 #include <mutex>
 #include <random>
+#include <set>
+#include <string>
 #include <thread>
 
 #include <vxutil/frame.h>
@@ -342,6 +348,78 @@ TEST(TmrThreads, FourThreadsRunModelsWhileTimersFire)
             w.join();
         const std::lock_guard<std::mutex> hold(g_mutex);  // the timers still fire
         EXPECT_FALSE(g_log.empty()) << "no timer fired";
+    });
+}
+
+// Descriptors open now whose /proc link starts with `kind` ("" for any).
+std::set<int> open_fds(const std::string &kind = "")
+{
+    std::set<int> fds;
+    for (const auto &e : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        const std::string link = std::filesystem::read_symlink(e.path(), gone);
+        if (!gone && link.rfind(kind, 0) == 0 && link.rfind("/proc/", 0) != 0)  // not our own
+            fds.insert(std::stoi(e.path().filename()));
+    }
+    return fds;
+}
+
+sem_t g_entered, g_release;
+std::atomic<int> g_fired[3];
+
+int hold_thread(int id, uint64_t)
+{
+    vxu_tmr_stop(id);  // list timers run on until stopped
+    sem_post(&g_entered);
+    vxu_sem_wait(&g_release);
+    return 0;
+}
+
+int count_firing(int, uint64_t slot) { return ++g_fired[slot], 0; }
+
+bool fired_within(int slot, int count, int ms)
+{
+    for (; ms > 0 && g_fired[slot] < count; ms -= 5)
+        usleep(5000);
+    return g_fired[slot] >= count;
+}
+
+// A daemon closes descriptors the service thread waits on: the thread goes
+// on serving, and a wake-up byte that meets a closed end is -1, no SIGPIPE.
+TEST(TmrService, KeepsServingWhenItsDescriptorsAreClosed)
+{
+    if (!g_alarm_timers)
+        GTEST_SKIP() << "timerfd on CLOCK_BOOTTIME_ALARM refused: needs CAP_WAKE_ALARM";
+    EXPECT_IN_CHILD([] {
+        std::set<int> pair = open_fds();
+        ASSERT_EQ(0, vxu_tmr_init());
+        for (int fd : open_fds())
+            pair.count(fd) ? (void)pair.erase(fd) : (void)pair.insert(fd);
+        ASSERT_EQ(2u, pair.size());
+        ASSERT_EQ(0, vxu_sem_create(&g_entered) + vxu_sem_create(&g_release));
+        const int holder = vxu_tmr_create(VXU_TMR_TYPE_LIST);
+        ASSERT_EQ(0, vxu_tmr_set(holder, 1, 0, hold_thread, 0) + vxu_tmr_start(holder));
+        ASSERT_EQ(0, vxu_sem_wait(&g_entered));  // the thread is out of select
+        ASSERT_EQ(0, close(*pair.rbegin()));     // made second: the receiving end
+        const int ticker = vxu_tmr_create(VXU_TMR_TYPE_LIST);
+        ASSERT_EQ(0, vxu_tmr_set(ticker, 20, 1, count_firing, 0));
+        EXPECT_EQ(-1, vxu_tmr_start(ticker));  // runs, its byte refused
+        const int alarm = vxu_tmr_create(VXU_TMR_TYPE_FD);
+        ASSERT_EQ(0, vxu_tmr_set(alarm, 5000, 1, count_firing, 1));
+        vxu_tmr_start(alarm);
+        const std::set<int> timerfds = open_fds("anon_inode:[timerfd]");
+        ASSERT_EQ(1u, timerfds.size());
+        ASSERT_EQ(0, close(*timerfds.begin()));
+        ASSERT_EQ(0, sem_post(&g_release));
+        EXPECT_TRUE(fired_within(0, 5, 3000)) << "list timers stopped firing";
+        EXPECT_EQ(0, vxu_tmr_status(alarm)) << "a timer without its descriptor runs on";
+        EXPECT_EQ(0, vxu_tmr_stop(ticker));
+        const int once = vxu_tmr_create(VXU_TMR_TYPE_LIST);  // wakes the idle thread at once
+        ASSERT_EQ(0, vxu_tmr_set(once, 30, 0, count_firing, 2));
+        EXPECT_EQ(0, vxu_tmr_start(once));
+        EXPECT_TRUE(fired_within(2, 1, 1500)) << "the new pair does not wake the thread";
+        EXPECT_EQ(0, vxu_tmr_start(alarm));  // with a descriptor of its own again
+        EXPECT_EQ(1, vxu_tmr_status(alarm));
     });
 }
 

@@ -12,6 +12,9 @@
 #   abi <lib> <recorded> <hdrs>  the ABI, new functions included, is the
 #                                recorded one; an intended change is accepted
 #                                with: make abi-update
+#   runpath <dir>...             no ELF file under the folders has an empty or
+#                                relative RPATH/RUNPATH element, which would
+#                                make the loader search the current directory
 set -eu
 mode=$1 lib=$2 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
@@ -52,5 +55,12 @@ abi)
     abidiff --headers-dir2 "$4" "$3" "$lib" 2>&1 \
         || fail "the library's ABI differs from $3; if intended, run: make abi-update"
     echo "ABI matches $3" ;;
+runpath)
+    shift
+    bad=$(find "$@" -type f \( -name '*.so*' -o -perm -u+x \) ! -path '*/CMakeFiles/*' |
+        while read -r f; do readelf -d "$f" 2>/dev/null | sed -n "s|.*(R[UN]*PATH).*\[\(.*\)\]|$f \1|p"; done |
+        awk '{ n = split($2, e, ":"); for (i = 1; i <= n; i++) if (e[i] !~ /^\//) { print; next } }')
+    [ -z "$bad" ] || fail "empty or relative search path elements:" "$bad"
+    echo "no empty or relative RPATH/RUNPATH elements" ;;
 *) fail "unknown check: $mode" ;;
 esac
