@@ -165,8 +165,11 @@ deb: deps-deb
 	lintian --fail-on error,warning $(DEB_DIR)/*.changes
 	@echo "lintian: no error and no warning"; ls $(DEB_DIR)/*.deb
 
+# The install-tree check again with the stand-in installed (a library build
+# of its own, so it runs here rather than in the quick suite).
 test-deb: deb
 	tests/install/check_debs.sh $(DEB_DIR) tests/install/consumer
+	tests/install/check_standin.sh $(CURDIR) tests/install/consumer cc
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(ARM_BUILD) $(COV_BUILD) $(VG_BUILD) $(LINT_BUILD) \
