@@ -12,11 +12,13 @@ out=$build/arm64-system
 debs=$out/debs
 root=$out/root
 
-# Guest programs, then the arm64 libraries ip and dnsmasq link (bookworm
-# names), then netbase's /etc files (adns needs /etc/protocols). The tests
-# need iproute2's ip: busybox's cannot make veth pairs, and busybox's shell
-# prefers its own applets, so dash is /bin/sh as on Debian.
-PROGRAMS="busybox-static dash iproute2 dnsmasq-base"
+# Guest programs and Debian's own /etc files (base-files: host.conf's
+# "multi on", which lets the resolver return every /etc/hosts line for a
+# name), then the arm64 libraries ip and dnsmasq link (bookworm names), then
+# netbase (adns needs /etc/protocols). The tests need iproute2's ip:
+# busybox's cannot make veth pairs, and busybox's shell prefers its own
+# applets, so dash is /bin/sh as on Debian.
+PROGRAMS="busybox-static dash iproute2 dnsmasq-base base-files"
 LIBRARIES="libbpf1 libelf1 libmnl0 libbsd0 libmd0 libcap2 zlib1g libdbus-1-3 libsystemd0
   libidn2-0 libunistring2 libnetfilter-conntrack3 libnfnetlink0 libnettle8 libhogweed6 libgmp10
   libnftables1 libnftnl11 libxtables12 libjansson4 libgcrypt20 libgpg-error0 liblzma5 libzstd1
