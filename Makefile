@@ -17,7 +17,7 @@ DEB_PACKAGES = cmake make g++ pkg-config binutils iproute2 util-linux procps \
                abigail-tools doxygen python3 gnuplot-nox clang-tidy clang-format \
                man-db groff-base
 
-.PHONY: deps deps-aarch64 deps-deb configure build demo test test-asan test-tsan test-aarch64 test-valgrind coverage lint abi-update fuzz-long bench bench-build bench-summary install deb test-deb clean
+.PHONY: deps deps-aarch64 deps-deb configure build demo test test-asan test-tsan test-aarch64 build-aarch64-tree deps-arm64-system test-arm64-system test-valgrind coverage lint abi-update fuzz-long bench bench-build bench-summary install deb test-deb clean
 
 deps:
 	@missing=$$(for p in $(DEB_PACKAGES); do \
@@ -76,12 +76,35 @@ deps-aarch64: deps
 	fi
 	cmake/toolchains/arm64-sysroot.sh $(ARM_BUILD)/sysroot
 
-test-aarch64: deps-aarch64
+build-aarch64-tree: deps-aarch64
 	cmake -S . -B $(ARM_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/aarch64-linux-gnu.cmake \
 	  -DVXU_AARCH64_SYSROOT=$(CURDIR)/$(ARM_BUILD)/sysroot -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVXU_WERROR=ON
 	cmake --build $(ARM_BUILD) -j $(JOBS)
+
+test-aarch64: build-aarch64-tree
 	cd $(ARM_BUILD) && VXU_AARCH64_LIBS=$(CURDIR)/$(ARM_BUILD)/sysroot/usr/lib \
 	  ctest --output-on-failure -j $(JOBS) -L unit
+
+# The same cross build on a real arm64 kernel: Debian's arm64 kernel boots
+# under qemu-system-aarch64 (virt machine, TCG) with an initramfs of the
+# build tree, busybox, ip and dnsmasq, and runs every unit test program there
+# (cmake/arm64-system/). Guest packages are downloaded into $(ARM_BUILD)/arm64-system.
+SYSTEM_PACKAGES = qemu-system-arm cpio
+
+deps-arm64-system: deps-aarch64
+	@missing=$$(for p in $(SYSTEM_PACKAGES); do \
+	    dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; \
+	  done); \
+	if [ -n "$$missing" ]; then \
+	  echo "installing:" $$missing; \
+	  SUDO=$$( [ "$$(id -u)" -eq 0 ] || echo sudo ); \
+	  $$SUDO apt-get update -qq && \
+	  DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq --no-install-recommends $$missing; \
+	fi
+
+test-arm64-system: deps-arm64-system build-aarch64-tree
+	nice -n 10 cmake/arm64-system/initramfs.sh $(ARM_BUILD)
+	nice -n 10 cmake/arm64-system/boot.sh $(ARM_BUILD)
 
 # The whole suite under valgrind memcheck (errors and definite leaks fail).
 VG_BUILD ?= build-valgrind
