@@ -23,7 +23,9 @@ struct walk {
     uintptr_t frame;  // stack frame of the vxu_loop_run that owns the walk
 };
 constexpr int kMostNestedRuns = 32;
+// NOLINTNEXTLINE(bugprone-dynamic-static-initializers): a declaration; zero-initialised
 extern walk g_walks[kMostNestedRuns];
+// NOLINTNEXTLINE(bugprone-dynamic-static-initializers): a declaration; defined as 0
 extern int g_walk_count;
 
 inline vxu_loop_entry *entry_of(vxu_list_link *link)
