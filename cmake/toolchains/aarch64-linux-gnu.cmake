@@ -17,3 +17,12 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
 
 set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/qemu-aarch64-run.sh)
+
+# libvxutil carries no RUNPATH of its own: the programs of the build tree
+# name the unpacked libraries (adns) for the linker and, through their
+# RPATH, for the loader on the device and under emulation.
+if(VXU_AARCH64_SYSROOT)
+  set(CMAKE_BUILD_RPATH ${VXU_AARCH64_SYSROOT}/usr/lib)
+  set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath-link,${VXU_AARCH64_SYSROOT}/usr/lib")
+  set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-rpath-link,${VXU_AARCH64_SYSROOT}/usr/lib")
+endif()
