@@ -98,7 +98,7 @@ TEST(Cmdq, QueueWithoutAPairRefusesToWait)
 // when refused; one consumer pulls. Every number arrives once and in order.
 TEST(CmdqThreads, EightProducersOneConsumerAtASmallCapacity)
 {
-    constexpr uint64_t kProducers = 8, kPerProducer = 20000;
+    constexpr uint64_t kProducers = 8, kPerProducer = 5000;
     vxu_cmdq q;
     ASSERT_EQ(0, vxu_cmdq_init(&q, 16));
     std::atomic<int> failed{0}, full{0};
