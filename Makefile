@@ -17,10 +17,10 @@ DEB_PACKAGES = cmake make g++ pkg-config binutils iproute2 util-linux procps \
                abigail-tools doxygen python3 gnuplot-nox clang-tidy clang-format \
                man-db groff-base
 
-.PHONY: deps deps-aarch64 deps-deb configure build demo test test-asan test-tsan test-aarch64 build-aarch64-tree deps-arm64-system test-arm64-system test-valgrind coverage lint abi-update fuzz-long bench bench-build bench-summary install deb test-deb clean
-
-deps:
-	@missing=$$(for p in $(DEB_PACKAGES); do \
+# Installs those of the Debian packages $(1) that are missing, through sudo
+# when not root.
+define install_missing
+	@missing=$$(for p in $(1); do \
 	    dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; \
 	  done); \
 	if [ -n "$$missing" ]; then \
@@ -29,6 +29,12 @@ deps:
 	  $$SUDO apt-get update -qq && \
 	  DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq --no-install-recommends $$missing; \
 	fi
+endef
+
+.PHONY: deps deps-aarch64 deps-deb configure build demo test test-asan test-tsan test-aarch64 build-aarch64-tree deps-arm64-system test-arm64-system test-valgrind coverage lint abi-update fuzz-long bench bench-build bench-summary install deb test-deb clean
+
+deps:
+	$(call install_missing,$(DEB_PACKAGES))
 
 configure: deps
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVXU_WERROR=ON
@@ -65,15 +71,8 @@ deps-aarch64: deps
 	@SUDO=$$( [ "$$(id -u)" -eq 0 ] || echo sudo ); \
 	if ! dpkg --print-foreign-architectures | grep -qx arm64; then \
 	  $$SUDO dpkg --add-architecture arm64 && $$SUDO apt-get update -qq; \
-	fi; \
-	missing=$$(for p in $(ARM_PACKAGES); do \
-	    dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; \
-	  done); \
-	if [ -n "$$missing" ]; then \
-	  echo "installing:" $$missing; \
-	  $$SUDO apt-get update -qq && \
-	  DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq --no-install-recommends $$missing; \
 	fi
+	$(call install_missing,$(ARM_PACKAGES))
 	cmake/toolchains/arm64-sysroot.sh $(ARM_BUILD)/sysroot
 
 build-aarch64-tree: deps-aarch64
@@ -92,15 +91,7 @@ test-aarch64: build-aarch64-tree
 SYSTEM_PACKAGES = qemu-system-arm cpio
 
 deps-arm64-system: deps-aarch64
-	@missing=$$(for p in $(SYSTEM_PACKAGES); do \
-	    dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; \
-	  done); \
-	if [ -n "$$missing" ]; then \
-	  echo "installing:" $$missing; \
-	  SUDO=$$( [ "$$(id -u)" -eq 0 ] || echo sudo ); \
-	  $$SUDO apt-get update -qq && \
-	  DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq --no-install-recommends $$missing; \
-	fi
+	$(call install_missing,$(SYSTEM_PACKAGES))
 
 test-arm64-system: deps-arm64-system build-aarch64-tree
 	nice -n 10 cmake/arm64-system/initramfs.sh $(ARM_BUILD)
@@ -171,15 +162,7 @@ DEB_BUILD_PACKAGES = dpkg-dev debhelper fakeroot lintian cmake python3 libadns1-
                      man-db groff-base pkg-config gcc
 
 deps-deb:
-	@missing=$$(for p in $(DEB_BUILD_PACKAGES); do \
-	    dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; \
-	  done); \
-	if [ -n "$$missing" ]; then \
-	  echo "installing:" $$missing; \
-	  SUDO=$$( [ "$$(id -u)" -eq 0 ] || echo sudo ); \
-	  $$SUDO apt-get update -qq && \
-	  DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq --no-install-recommends $$missing; \
-	fi
+	$(call install_missing,$(DEB_BUILD_PACKAGES))
 
 deb: deps-deb
 	rm -rf $(DEB_DIR) && mkdir -p $(DEB_DIR)/src
