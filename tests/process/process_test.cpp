@@ -380,6 +380,7 @@ TEST(Lookup, ByPidByNameByPidFileAndSelfStats)
     }
     for (int rc :
          {vexmar_check_process_by_pid_file(dir.file("missing").c_str(), ""),
+          vexmar_check_process_by_pid_file(dir.path.c_str(), ""),  // a read error ends the read
           vexmar_check_process_by_pid_file(nullptr, ""), vexmar_write_pid_file(nullptr),
           vexmar_write_pid_file(dir.file("no/dir").c_str()), vexmar_check_process_by_name(nullptr),
           vxu_com_app_exist(""), vxu_com_app_exist(nullptr)})
