@@ -369,7 +369,7 @@ def render(record, rows):
     reps = f"{counts[0]}" if len(counts) == 1 else f"{counts[0]} to {counts[-1]}"
     loads = record["loads"]
     minutes, seconds = divmod(round(record["seconds"]), 60)
-    busy = max(loads) >= 1.0
+    busy = loads[0] >= 1.0  # the load before our own threads add theirs
     lines = [
         "Read a row as ours / peer, both measured in the same program: the ratio is the median "
         "of the per-repetition ratios (repetition k of ours against repetition k of the peer), "
@@ -380,7 +380,8 @@ def render(record, rows):
         f"benchmark, randomly interleaved; {minutes} min {seconds} s in all) on {record['machine']}, "
         + (f"shared with other jobs that kept it loaded (load average {loads[0]:.1f} at the start, "
            f"up to {max(loads):.1f} during the run, {loads[-1]:.1f} at the end)."
-           if busy else f"otherwise idle (load average {max(loads):.2f} at most)."),
+           if busy else f"otherwise idle (load average {loads[0]:.2f} at the start, up to "
+           f"{max(loads):.1f} with the benchmarks' own threads)."),
         "", "| what | metric | ours | peer | peer run | ratio (spread) | aim |",
         "|---|---|---|---|---|---|---|"]
     notes = []
