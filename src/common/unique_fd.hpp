@@ -1,9 +1,15 @@
 // Owning holder for a file descriptor: closes it unless released.
 #pragma once
 
+#include <errno.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace vxu {
+
+// True while the number names an open descriptor (a failure other than
+// EBADF still means one is there).
+inline bool fd_is_open(int fd) { return fd >= 0 && (fcntl(fd, F_GETFD) != -1 || errno != EBADF); }
 
 class unique_fd {
 public:

@@ -7,6 +7,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "common/unique_fd.hpp"
+
 namespace vxu::process {
 
 namespace {
@@ -14,8 +16,6 @@ namespace {
 constexpr int kFirstNonStandard = 3;
 // The kernel's default ceiling on descriptor numbers (fs.nr_open).
 constexpr rlim_t kMostDescriptors = 1u << 20;
-
-bool is_open(int fd) { return fcntl(fd, F_GETFD) != -1 || errno != EBADF; }
 
 // close_range(2) where the kernel has it (Linux 5.9); otherwise one close
 // per number below the hard limit, capped at the kernel's default ceiling.
@@ -40,7 +40,7 @@ void reset_child_descriptors()
     // open() takes the lowest free number, so filling in increasing order
     // lands each "/dev/null" exactly on the closed standard descriptor.
     for (int fd = 0; fd < kFirstNonStandard; ++fd) {
-        if (!is_open(fd))
+        if (!vxu::fd_is_open(fd))
             open("/dev/null", O_RDWR);
     }
     close_from(kFirstNonStandard);

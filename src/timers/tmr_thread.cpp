@@ -3,7 +3,6 @@
 // the earliest list timer, a timer descriptor or a wake-up byte. Callbacks
 // run from a copy of the record with no lock held.
 #include <errno.h>
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/select.h>
@@ -14,6 +13,7 @@
 #include "common/fd_set_bounds.hpp"
 #include "common/list.hpp"
 #include "common/mutex_lock.hpp"
+#include "common/unique_fd.hpp"
 #include "common/wakeup_pair.hpp"
 #include "timers/due_time.hpp"
 #include "timers/tmr_service.hpp"
@@ -81,8 +81,6 @@ bool take_expired(vxu_tmr_ctx *ctx, fd_set *ready, vxu_tmr *fired, struct timeva
     return false;
 }
 
-bool is_open(int fd) { return fd >= 0 && fcntl(fd, F_GETFD) != -1; }
-
 // A daemon closed a descriptor the thread waits on. A timer that lost its
 // descriptor stops (a later start makes a new one); a broken wake-up pair is
 // made anew, so the thread goes on serving.
@@ -93,16 +91,16 @@ void recover_closed_descriptors(vxu_tmr_ctx *ctx)
     for (vxu_list_link *it = head->next; it != head;) {
         vxu_tmr *t = record_of<vxu_tmr>(it);
         it = it->next;
-        if (!is_open(t->fd)) {
+        if (!vxu::fd_is_open(t->fd)) {
             t->fd = -1;
             stop_timer(ctx, t, false);
         }
     }
-    if (is_open(ctx->wfd) && is_open(ctx->rfd))
+    if (vxu::fd_is_open(ctx->wfd) && vxu::fd_is_open(ctx->rfd))
         return;
-    if (is_open(ctx->wfd))
+    if (vxu::fd_is_open(ctx->wfd))
         close(ctx->wfd);
-    if (is_open(ctx->rfd))
+    if (vxu::fd_is_open(ctx->rfd))
         close(ctx->rfd);
     int fds[2];
     vxu::open_wakeup_pair(fds, true, 0);
