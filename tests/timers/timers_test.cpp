@@ -188,9 +188,16 @@ TEST(Tmrq, PullSleepsUntilDueOrWoken)
 
 int delete_self(int id, uint64_t arg) { return vxu_tmr_delete(id) + record_firing(id, arg); }
 
+// The soak's eight hundred starts can fill the service's wake-up pair; a
+// start then reports the lost byte (-1) and the timer runs all the same.
+const bool g_soak = getenv("VXU_SOAK") != nullptr;
+
 int restart_self(int id, uint64_t arg)  // the arg is lost when it cannot
 {
-    return record_firing(id, vxu_tmr_stop(id) || vxu_tmr_status(id) || vxu_tmr_start(id) ? 0 : arg);
+    const bool stopped = vxu_tmr_stop(id) == 0 && vxu_tmr_status(id) == 0;
+    const int rc = stopped ? vxu_tmr_start(id) : -2;
+    const bool running = rc == 0 || (g_soak && rc == -1 && vxu_tmr_status(id) == 1);
+    return record_firing(id, running ? arg : 0);
 }
 
 TEST(TmrService, TimersFireByPlanAndGiveTheirDescriptorsBack)
@@ -219,9 +226,8 @@ TEST(TmrService, TimersFireByPlanAndGiveTheirDescriptorsBack)
             {VXU_TMR_TYPE_FD, 150, 0, record_firing, 1, 0},  // a one-shot descriptor stops
             {VXU_TMR_TYPE_FD, 0, 1, record_firing, 0, 1},    // interval 0 never fires
         };
-        const bool soak = getenv("VXU_SOAK");
-        const size_t kinds = g_alarm_timers ? 8 : 5, copies = soak ? 100 : 1;
-        const uint64_t window = soak ? 30000 : 1000, start = vxu_com_get_uptime_ms();
+        const size_t kinds = g_alarm_timers ? 8 : 5, copies = g_soak ? 100 : 1;
+        const uint64_t window = g_soak ? 30000 : 1000, start = vxu_com_get_uptime_ms();
         std::vector<int> ids;
         std::vector<uint32_t> period;
         for (size_t i = 0; i < kinds * copies; ++i) {
@@ -230,7 +236,7 @@ TEST(TmrService, TimersFireByPlanAndGiveTheirDescriptorsBack)
             period.push_back(p.ms + p.ms / 100 * (i / kinds % 10));  // copies vary by 1 %
             ASSERT_EQ(0, vxu_tmr_set(ids[i], period[i], p.repeat, p.cb, i + 1));
             const int rc = vxu_tmr_start(ids[i]);  // soak: -1 when the byte did not fit, but runs
-            ASSERT_TRUE(rc == 0 || (soak && rc == -1 && vxu_tmr_status(ids[i]) == 1));
+            ASSERT_TRUE(rc == 0 || (g_soak && rc == -1 && vxu_tmr_status(ids[i]) == 1));
         }
         ASSERT_EQ(0, vxu_tmr_init()) << "the same service";
         EXPECT_EQ(static_cast<int>(ids.size()), ids.back()) << "ids from 1 up";
@@ -245,7 +251,8 @@ TEST(TmrService, TimersFireByPlanAndGiveTheirDescriptorsBack)
             EXPECT_EQ(p.status, vxu_tmr_status(ids[i])) << i;
             for (uint64_t k = 0; k < n; ++k)
                 EXPECT_TRUE(got[k].arg == i + 1 && got[k].at_ms >= start + (k + 1) * ms)
-                    << i << ": early or mixed up";
+                    << i << ": firing " << k << " with arg " << got[k].arg << " at "
+                    << got[k].at_ms - start << " ms";
         }
         EXPECT_LT(firings(ids[0]).at(1).at_ms, firings(ids[1]).at(0).at_ms) << "100 ms twice first";
 
