@@ -2,11 +2,13 @@
 // server, each test in a private network and mount namespace of its own.
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <linux/if_packet.h>
 #include <netdb.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/un.h>
 
@@ -122,6 +124,27 @@ TEST(AddressText, BytesToText)
 
 bool shell(const std::string &command) { return system(command.c_str()) == 0; }
 
+// Mounts an empty tmpfs on /tmp. A build tree that lives under /tmp stays
+// visible through it (bound back from a descriptor taken before): coverage
+// counters are written into it when the child ends.
+bool mount_fresh_tmp()
+{
+    char exe[PATH_MAX] = "";
+    const ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
+    const std::string self(exe, n > 0 ? n : 0);
+    const std::string tree = self.rfind("/tmp/", 0) == 0 ? self.substr(0, self.find('/', 5)) : "";
+    const int held = tree.empty() ? -1 : open(tree.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    bool ok = mount("tmpfs", "/tmp", "tmpfs", 0, nullptr) == 0;
+    if (ok && !tree.empty()) {
+        const std::string from = "/proc/self/fd/" + std::to_string(held);
+        ok = held >= 0 && mkdir(tree.c_str(), 0755) == 0 &&
+             mount(from.c_str(), tree.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0;
+    }
+    if (held >= 0)
+        close(held);
+    return ok;
+}
+
 // Runs body in a forked child with its own network namespace (loopback up)
 // and mount namespace with a fresh /tmp and /sys: the tests use fixed
 // ports, paths and interface names, and all they make goes away with it.
@@ -129,8 +152,7 @@ void in_sandbox(const std::function<void()> &body)
 {
     const int status = vxu_test::run_in_child([&] {
         if (unshare(CLONE_NEWNET | CLONE_NEWNS) != 0 ||
-            mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("tmpfs", "/tmp", "tmpfs", 0, nullptr) != 0 ||
+            mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 || !mount_fresh_tmp() ||
             mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0 || !shell("ip link set lo up"))
             skip(std::string("private namespaces or `ip`: ") + strerror(errno));
         body();
