@@ -138,7 +138,7 @@ bool mount_fresh_tmp()
     if (ok && !tree.empty()) {
         const std::string from = "/proc/self/fd/" + std::to_string(held);
         ok = held >= 0 && mkdir(tree.c_str(), 0755) == 0 &&
-             mount(from.c_str(), tree.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0;
+             mount(from.c_str(), tree.c_str(), "none", MS_BIND | MS_REC, nullptr) == 0;
     }
     if (held >= 0)
         close(held);
