@@ -59,14 +59,11 @@ PAIRS = [
 ]
 # CPU time of both threads per command or trip: what the hand-off costs in
 # work, apart from how long the threads waited for a CPU.
-for cpus in (1, 2):
-    PAIRS.append(("cmdq", f"hand-off throughput, {cpus} CPU{'s' if cpus > 1 else ''}, CPU time",
-                  f"Throughput/vxu_cmdq+loop/cpus:{cpus}", f"Throughput/by_hand/cpus:{cpus}",
-                  "cpu_us_per_cmd", None))
-for cpus in (1, 2):
-    PAIRS.append(("cmdq", f"hand-off ping-pong, {cpus} CPU{'s' if cpus > 1 else ''}, CPU time",
-                  f"PingPong/vxu_cmdq+loop/cpus:{cpus}", f"PingPong/by_hand/cpus:{cpus}",
-                  "cpu_us_per_trip", None))
+for run, what, metric in (("Throughput", "throughput", "cpu_us_per_cmd"),
+                          ("PingPong", "ping-pong", "cpu_us_per_trip")):
+    for cpus in (1, 2):
+        PAIRS.append(("cmdq", f"hand-off {what}, {cpus} CPU{'s' if cpus > 1 else ''}, CPU time",
+                      f"{run}/vxu_cmdq+loop/cpus:{cpus}", f"{run}/by_hand/cpus:{cpus}", metric, None))
 for kind, label in (("vxu_list_timers", "list"), ("vxu_descriptor_timers", "descriptor")):
     for count in (1, 50):
         for pct in ("p50", "p99"):
